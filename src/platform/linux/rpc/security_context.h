@@ -1,0 +1,68 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace platform::linux_rpc {
+
+/// Authentication levels of the connection-oriented protocol (C706 13.1.2.1, MS-RPCE 2.2.1.1.8).
+enum class auth_level : std::uint8_t { none = 1, connect = 2, call = 3, packet = 4, integrity = 5, privacy = 6 };
+
+/// Who calls, as the mechanism has proved it.
+struct client_identity {
+    std::string name;            ///< "DOMAIN\user", "user@REALM", or the local user's name
+    bool authenticated = false;  ///< false: nothing else means anything
+    bool administrator = false;  ///< the mechanism's own word: an account added as administrator
+    bool local = false;          ///< came over the local socket; `uid` and `gid` are the kernel's word
+    uid_t uid = 0;
+    gid_t gid = 0;
+};
+
+/// The acceptor's side of one authentication on one connection, and afterwards the protection of its PDUs. Used by one
+/// thread at a time.
+class security_context {
+public:
+    enum class state : std::uint8_t {
+        proceed,   ///< `reply` goes to the client, more tokens are to come
+        complete,  ///< the client is who `identity()` says; `reply`, if not empty, goes to it
+        refused    ///< not let in; the context is dead
+    };
+
+    virtual ~security_context() = default;
+
+    /// Takes the next token of the client.
+    virtual state accept(std::span<const std::uint8_t> token, std::vector<std::uint8_t>& reply) = 0;
+    [[nodiscard]] virtual const client_identity& identity() const = 0;
+
+    /// Bytes of the signature that a protected PDU ends with.
+    [[nodiscard]] virtual std::size_t signature_size() const = 0;
+
+    /// Protects an outgoing PDU. `pdu` is everything in front of the signature, with all length fields final: header, body,
+    /// padding, and the 8 bytes in front of the signature (sec_trailer). `body` is the range within it that privacy encrypts
+    /// in place: stub data and padding. Writes `signature_size()` bytes to `signature`.
+    virtual void protect(auth_level level, std::span<std::uint8_t> pdu, std::size_t body_offset, std::size_t body_size,
+                         std::span<std::uint8_t> signature) = 0;
+
+    /// Checks an incoming PDU of the same shape, decrypting `body` in place at privacy. False: it was tampered with,
+    /// replayed or out of order.
+    [[nodiscard]] virtual bool unprotect(auth_level level, std::span<std::uint8_t> pdu, std::size_t body_offset,
+                                         std::size_t body_size, std::span<const std::uint8_t> signature) = 0;
+};
+
+/// One kind of authentication that the server offers.
+class security_provider {
+public:
+    virtual ~security_provider() = default;
+    /// auth_type on the wire: 9, 10 or 16.
+    [[nodiscard]] virtual std::uint8_t auth_type() const = 0;
+    /// Whether it can serve this level.
+    [[nodiscard]] virtual bool supports(auth_level level) const = 0;
+    [[nodiscard]] virtual std::unique_ptr<security_context> create(auth_level level) = 0;
+};
+
+}  // namespace platform::linux_rpc

@@ -39,6 +39,10 @@ public:
     virtual state accept(std::span<const std::uint8_t> token, std::vector<std::uint8_t>& reply) = 0;
     [[nodiscard]] virtual const client_identity& identity() const = 0;
 
+    /// Told once, before the first PDU is protected: whether both sides agreed to sign PDU headers too (MS-RPCE 3.3.1.5.2.2).
+    /// A mechanism whose signature covers the whole PDU anyway has nothing to do.
+    virtual void header_signing(bool agreed) { (void)agreed; }
+
     /// Bytes of the signature that a protected PDU ends with.
     [[nodiscard]] virtual std::size_t signature_size() const = 0;
 

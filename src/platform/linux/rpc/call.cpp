@@ -1,0 +1,165 @@
+#include "platform/linux/rpc/call.h"
+
+#include <pwd.h>
+
+#include <algorithm>
+#include <array>
+#include <new>
+
+namespace platform::linux_rpc {
+
+namespace {
+
+/// The answer's stub data, with room for one PDU's header in front of it: 24 is a multiple of 8, so that the stub is aligned.
+class reply_buffer final : public rpc_reply {
+public:
+    std::span<std::uint8_t> allocate(std::size_t size) override {
+        bytes_.resize(request_header_size + size);
+        return std::span(bytes_).subspan(request_header_size);
+    }
+    std::vector<std::uint8_t> take() {
+        if (bytes_.empty()) {
+            bytes_.resize(request_header_size);
+        }
+        return std::move(bytes_);
+    }
+
+private:
+    std::vector<std::uint8_t> bytes_;
+};
+
+pdu_header response_header(const rpc_call& call, bool first, bool last) {
+    pdu_header header;
+    header.type = pdu_type::response;
+    header.flags = static_cast<std::uint8_t>((first ? pdu_flag::first : 0) | (last ? pdu_flag::last : 0));
+    header.call_id = call.call_id;
+    return header;
+}
+
+/// Stub bytes per fragment when more than one is needed: a multiple of 8, so that NDR's alignment holds in each of them.
+std::size_t plain_chunk(const rpc_call& call) {
+    return (call.max_fragment - request_header_size) & ~std::size_t{7};
+}
+
+outgoing plain_response(const rpc_call& call, std::vector<std::uint8_t> bytes) {
+    outgoing out;
+    out.bytes = std::move(bytes);
+    const std::size_t total = out.bytes.size() - request_header_size;
+    const std::size_t chunk = total + request_header_size <= call.max_fragment ? total : plain_chunk(call);
+    const std::size_t count = total == 0 ? 1 : (total + chunk - 1) / chunk;
+    // The first header stands in front of the first chunk; the others lie aside and are gathered when written.
+    out.headers.resize((count - 1) * request_header_size);
+    out.pdus = static_cast<std::uint32_t>(count);
+    const std::span<std::uint8_t> all(out.bytes);
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t at = i * chunk;
+        const std::size_t size = std::min(chunk, total - at);
+        pdu_header header = response_header(call, i == 0, i + 1 == count);
+        header.fragment_length = static_cast<std::uint16_t>(request_header_size + size);
+        const auto hint = static_cast<std::uint32_t>(total - at);
+        if (i == 0) {
+            encode_call_header(all, header, hint, call.context_id, 0);
+            out.pieces.push_back(all.first(request_header_size + size));
+        } else {
+            const auto aside = std::span(out.headers).subspan((i - 1) * request_header_size, request_header_size);
+            encode_call_header(aside, header, hint, call.context_id, 0);
+            out.pieces.push_back(aside);
+            out.pieces.push_back(all.subspan(request_header_size + at, size));
+        }
+    }
+    return out;
+}
+
+outgoing protected_response(const rpc_call& call, std::span<const std::uint8_t> stub) {
+    const pdu_protection& protection = call.protection;
+    const std::size_t signature = protection.context->signature_size();
+    const std::size_t overhead = request_header_size + auth_trailer_size + signature;
+    const std::size_t chunk = (call.max_fragment - overhead) & ~(auth_alignment - 1);
+    const std::size_t count = stub.empty() ? 1 : (stub.size() + chunk - 1) / chunk;
+    outgoing out;
+    out.bytes.reserve(stub.size() + count * (overhead + auth_alignment));
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::span<const std::uint8_t> part = stub.subspan(i * chunk, std::min(chunk, stub.size() - i * chunk));
+        const std::size_t pad = (auth_alignment - part.size() % auth_alignment) % auth_alignment;
+        const std::size_t start = out.bytes.size();
+        out.bytes.resize(start + overhead + part.size() + pad);
+        const std::span<std::uint8_t> pdu = std::span(out.bytes).subspan(start);
+        pdu_header header = response_header(call, i == 0, i + 1 == count);
+        header.fragment_length = static_cast<std::uint16_t>(pdu.size());
+        header.auth_length = static_cast<std::uint16_t>(signature);
+        encode_call_header(pdu, header, static_cast<std::uint32_t>(stub.size() - i * chunk), call.context_id, 0);
+        std::copy(part.begin(), part.end(), pdu.begin() + static_cast<std::ptrdiff_t>(request_header_size));
+        const std::size_t body = part.size() + pad;
+        encode_auth_trailer(pdu.subspan(request_header_size + body), protection.auth_type,
+                            static_cast<std::uint8_t>(protection.level), static_cast<std::uint8_t>(pad), protection.context_id);
+        protection.context->protect(protection.level, pdu.first(pdu.size() - signature), request_header_size, body,
+                                    pdu.last(signature));
+    }
+    out.pdus = static_cast<std::uint32_t>(count);
+    out.pieces.emplace_back(out.bytes);
+    return out;
+}
+
+std::uint32_t dispatch(const rpc_call& call, reply_buffer& reply) {
+    rpc_request request;
+    request.operation = call.operation;
+    request.stub = call.stub;
+    request.little_endian = call.little_endian;
+    try {
+        return call.target->description.dispatch(request, reply);
+    } catch (const std::bad_alloc&) {
+        return fault_status::no_memory;
+    } catch (...) {
+        // The contract forbids it; a client that waits for ever would be worse than one that hears of it.
+        return fault_status::unspecified;
+    }
+}
+
+/// The kernel tells a local caller's number; the name is looked up here, where blocking harms nobody.
+void name_local_caller(client_identity& identity) {
+    if (!identity.local || !identity.name.empty()) {
+        return;
+    }
+    std::array<char, 4096> strings{};
+    passwd entry{};
+    passwd* found = nullptr;
+    if (getpwuid_r(identity.uid, &entry, strings.data(), strings.size(), &found) == 0 && found != nullptr) {
+        identity.name = found->pw_name;
+    } else {
+        identity.name = std::to_string(identity.uid);
+    }
+}
+
+}  // namespace
+
+outgoing::outgoing(std::vector<std::uint8_t> pdu) : bytes(std::move(pdu)), pdus(1) {
+    pieces.emplace_back(bytes);
+}
+
+outgoing serve(rpc_call& call) {
+    name_local_caller(*call.identity);
+    reply_buffer reply;
+    std::uint32_t status = 0;
+    {
+        const call_scene scene{call.identity, call.protection.level, call.local_ipv4};
+        const current_call_scope scope(scene);
+        status = dispatch(call, reply);
+    }
+    if (!call.answered) {
+        return {};
+    }
+    if (status != 0) {
+        return outgoing(encode_fault(call.call_id, call.context_id, 0, status));
+    }
+    try {
+        std::vector<std::uint8_t> bytes = reply.take();
+        if (!call.protection.signs()) {
+            return plain_response(call, std::move(bytes));
+        }
+        return protected_response(call, std::span<const std::uint8_t>(bytes).subspan(request_header_size));
+    } catch (const std::bad_alloc&) {
+        return outgoing(encode_fault(call.call_id, call.context_id, 0, fault_status::no_memory));
+    }
+}
+
+}  // namespace platform::linux_rpc

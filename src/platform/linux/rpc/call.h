@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "platform/linux/rpc/current_call.h"
+#include "platform/linux/rpc/interface_table.h"
+#include "platform/linux/rpc/security_context.h"
+
+namespace platform::linux_rpc {
+
+/// How the PDUs of one authentication are protected.
+struct pdu_protection {
+    std::uint8_t auth_type = 0;
+    auth_level level = auth_level::none;
+    std::uint32_t context_id = 0;
+    security_context* context = nullptr;  ///< null: PDUs bear no verifier
+
+    [[nodiscard]] bool signs() const { return context != nullptr && level >= auth_level::packet; }
+};
+
+/// One request with all its fragments, ready to be served. What it points at belongs to the connection, which outlives it and
+/// leaves identity and security alone while the call is served.
+struct rpc_call {
+    offered_interface_ptr target;
+    std::uint32_t call_id = 0;
+    std::uint16_t context_id = 0;
+    std::uint16_t operation = 0;
+    bool little_endian = true;
+    bool answered = true;  ///< false: the client wants to hear nothing of it
+    std::vector<std::uint8_t> stub;
+    client_identity* identity = nullptr;
+    pdu_protection protection;
+    std::uint16_t max_fragment = 0;  ///< longest PDU that the client takes
+    std::uint32_t local_ipv4 = 0;
+};
+
+/// PDUs on their way out: the pieces in order, over memory that it owns.
+struct outgoing {
+    std::vector<std::uint8_t> bytes;
+    std::vector<std::uint8_t> headers;
+    std::vector<std::span<const std::uint8_t>> pieces;
+    std::uint32_t pdus = 0;
+
+    outgoing() = default;
+    /// One PDU.
+    explicit outgoing(std::vector<std::uint8_t> pdu);
+    outgoing(outgoing&&) = default;
+    outgoing& operator=(outgoing&&) = default;
+    outgoing(const outgoing&) = delete;
+    outgoing& operator=(const outgoing&) = delete;
+    ~outgoing() = default;
+};
+
+/// Serves a call on the calling thread: dispatches it and makes the answer, a response or a fault, protected and in
+/// fragments as the client takes them. Empty for a call that is not to be answered.
+[[nodiscard]] outgoing serve(rpc_call& call);
+
+}  // namespace platform::linux_rpc

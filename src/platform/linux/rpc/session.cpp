@@ -1,0 +1,372 @@
+#include "platform/linux/rpc/session.h"
+
+#include <algorithm>
+
+namespace platform::linux_rpc {
+
+namespace {
+
+/// Room for a header, a verifier and some stub data: a client that takes less can't be answered.
+constexpr std::uint16_t smallest_fragment = 256;
+
+session_step closing(std::vector<std::uint8_t> answer = {}) {
+    session_step step;
+    step.answer = std::move(answer);
+    step.close = true;
+    return step;
+}
+
+session_step answering(std::vector<std::uint8_t> answer) {
+    session_step step;
+    step.answer = std::move(answer);
+    return step;
+}
+
+std::vector<std::uint8_t> refused_call(std::uint32_t call_id, std::uint16_t context_id, std::uint32_t status) {
+    return encode_fault(call_id, context_id, pdu_flag::did_not_execute, status);
+}
+
+/// "call" protection exists for datagrams only and is raised to the next (MS-RPCE 2.2.1.1.8).
+std::optional<auth_level> level_from_wire(std::uint8_t level) {
+    if (level < static_cast<std::uint8_t>(auth_level::connect) || level > static_cast<std::uint8_t>(auth_level::privacy)) {
+        return std::nullopt;
+    }
+    const auto known = static_cast<auth_level>(level);
+    return known == auth_level::call ? auth_level::packet : known;
+}
+
+}  // namespace
+
+session::session(server_core& core, connection_peer peer) : core_(core), peer_(std::move(peer)) {}
+
+session::~session() {
+    drop_assembly();
+    if (group_ != 0) {
+        core_.groups.leave(group_);
+    }
+}
+
+std::optional<session_step> session::judge_header(const pdu_header& header) const {
+    if (header.version != 5 || header.minor_version > 1) {
+        if (header.type == pdu_type::bind && !bound_) {
+            return closing(encode_bind_nak(header.call_id, nak_reason::protocol_version));
+        }
+        return closing();
+    }
+    if (!plausible(header) || header.fragment_length > core_.limits.fragment_bytes) {
+        core_.report("RPC client " + peer_.address + " sent a fragment of impossible length and was disconnected.");
+        return closing();
+    }
+    return std::nullopt;
+}
+
+session_step session::take(const pdu_header& header, std::span<std::uint8_t> pdu) {
+    core_.counters.pdus_in.fetch_add(1, std::memory_order_relaxed);
+    switch (header.type) {
+        case pdu_type::bind:
+            return take_bind(header, pdu);
+        case pdu_type::alter_context:
+            return take_alter_context(header, pdu);
+        case pdu_type::auth3:
+            return take_auth3(header, pdu);
+        case pdu_type::request:
+            return take_request(header, pdu);
+        case pdu_type::co_cancel:
+            return {};  // a call can't be stopped half way; its answer comes as if nobody had asked
+        case pdu_type::orphaned:
+            if (assembly_ && assembly_->call->call_id == header.call_id) {
+                drop_assembly();
+            }
+            return {};
+        default:
+            return closing();
+    }
+}
+
+bool session::established() const {
+    return bound_ && std::none_of(authentications_.begin(), authentications_.end(),
+                                  [](const auto& entry) { return entry->state == security_context::state::proceed; });
+}
+
+void session::apply_sizes(const bind_body& body) {
+    // Each side has to take 1432 bytes at least (C706 12.6.3.1), but whoever says less gets less.
+    const std::uint16_t own = core_.limits.fragment_bytes;
+    max_transmit_ = std::min(own, body.max_receive);
+    max_receive_ = std::min(own, std::max<std::uint16_t>(body.max_transmit, 1432));
+}
+
+session_step session::take_bind(const pdu_header& header, std::span<const std::uint8_t> pdu) {
+    const std::size_t verifier = header.auth_length == 0 ? 0 : header.auth_length + auth_trailer_size;
+    const auto body = decode_bind_body(pdu.subspan(pdu_header_size, pdu.size() - pdu_header_size - verifier), header.little_endian);
+    if (bound_ || !body || body->contexts.empty()) {
+        return closing(encode_bind_nak(header.call_id, nak_reason::not_specified));
+    }
+    if (body->max_receive < smallest_fragment) {
+        return closing(encode_bind_nak(header.call_id, nak_reason::local_limit_exceeded));
+    }
+    std::optional<auth_trailer> trailer;
+    std::vector<std::uint8_t> reply;
+    header_signing_ = header.has(pdu_flag::header_sign);
+    if (header.auth_length != 0) {
+        trailer = decode_auth_trailer(header, pdu, pdu_header_size);
+        if (!trailer) {
+            return closing(encode_bind_nak(header.call_id, nak_reason::not_specified));
+        }
+        const token_outcome outcome = take_token(*trailer, reply);
+        if (outcome == token_outcome::unknown_type) {
+            return closing(encode_bind_nak(header.call_id, nak_reason::authentication_type));
+        }
+        if (outcome == token_outcome::refused) {
+            return closing(encode_bind_nak(header.call_id, nak_reason::invalid_checksum));
+        }
+    }
+    group_ = core_.groups.join(body->association_group);
+    if (group_ == 0) {
+        return closing(encode_bind_nak(header.call_id, nak_reason::not_specified));
+    }
+    bound_ = true;
+    apply_sizes(*body);
+    bind_ack_body ack{max_transmit_, max_receive_, group_, core_.secondary_address, {}};
+    ack.results = contexts_.negotiate(body->contexts, true, core_.interfaces, core_.limits.contexts);
+    auth_token token;
+    if (trailer) {
+        token = {trailer->type, trailer->level, trailer->context_id, reply};
+    }
+    const std::uint8_t flags = trailer && header_signing_ ? pdu_flag::header_sign : std::uint8_t{0};
+    return answering(encode_bind_ack(pdu_type::bind_ack, flags, header.call_id, ack, token));
+}
+
+session_step session::take_alter_context(const pdu_header& header, std::span<const std::uint8_t> pdu) {
+    const std::size_t verifier = header.auth_length == 0 ? 0 : header.auth_length + auth_trailer_size;
+    const auto body = decode_bind_body(pdu.subspan(pdu_header_size, pdu.size() - pdu_header_size - verifier), header.little_endian);
+    if (!bound_ || !body || assembly_) {
+        return closing(refused_call(header.call_id, 0, fault_status::protocol_error));
+    }
+    std::vector<std::uint8_t> reply;
+    auth_token token;
+    if (header.auth_length != 0) {
+        const auto trailer = decode_auth_trailer(header, pdu, pdu_header_size);
+        if (!trailer) {
+            return closing(refused_call(header.call_id, 0, fault_status::protocol_error));
+        }
+        if (take_token(*trailer, reply) != token_outcome::accepted) {
+            return closing(refused_call(header.call_id, 0, fault_status::access_denied));
+        }
+        token = {trailer->type, trailer->level, trailer->context_id, reply};
+    }
+    // Sizes and group were settled by the bind; only an answer to it names a secondary address.
+    bind_ack_body ack{max_transmit_, max_receive_, group_, {}, {}};
+    ack.results = contexts_.negotiate(body->contexts, false, core_.interfaces, core_.limits.contexts);
+    const std::uint8_t flags = header.has(pdu_flag::header_sign) && header_signing_ ? pdu_flag::header_sign : std::uint8_t{0};
+    return answering(encode_bind_ack(pdu_type::alter_context_resp, flags, header.call_id, ack, token));
+}
+
+session_step session::take_auth3(const pdu_header& header, std::span<const std::uint8_t> pdu) {
+    const auto trailer = decode_auth_trailer(header, pdu, pdu_header_size);
+    if (!bound_ || !trailer || assembly_) {
+        return closing();
+    }
+    // There is no answer to auth3: a refusal is told by the fault of the next request.
+    std::vector<std::uint8_t> reply;
+    if (take_token(*trailer, reply) == token_outcome::unknown_type) {
+        return closing();
+    }
+    return {};
+}
+
+session::authentication* session::find_authentication(std::uint32_t id) {
+    for (const auto& entry : authentications_) {
+        if (entry->id == id) {
+            return entry.get();
+        }
+    }
+    return nullptr;
+}
+
+session::authentication* session::begin_authentication(const auth_trailer& trailer, token_outcome& outcome) {
+    security_provider* provider = core_.security.find(trailer.type);
+    const auto level = level_from_wire(trailer.level);
+    if (provider == nullptr || !level || !provider->supports(*level)) {
+        core_.report("RPC client " + peer_.address + " asked for authentication service " + std::to_string(trailer.type) +
+                     " at level " + std::to_string(trailer.level) + ", which is not offered.");
+        outcome = token_outcome::unknown_type;
+        return nullptr;
+    }
+    if (authentications_.size() >= core_.limits.authentications) {
+        outcome = token_outcome::refused;
+        return nullptr;
+    }
+    auto entry = std::make_unique<authentication>();
+    entry->id = trailer.context_id;
+    entry->type = trailer.type;
+    entry->level = *level;
+    entry->context = provider->create(*level);
+    entry->context->header_signing(header_signing_);
+    authentications_.push_back(std::move(entry));
+    return authentications_.back().get();
+}
+
+session::token_outcome session::take_token(const auth_trailer& trailer, std::vector<std::uint8_t>& reply) {
+    token_outcome outcome = token_outcome::accepted;
+    authentication* entry = find_authentication(trailer.context_id);
+    if (entry == nullptr) {
+        entry = begin_authentication(trailer, outcome);
+        if (entry == nullptr) {
+            return outcome;
+        }
+    } else if (entry->state != security_context::state::proceed || entry->type != trailer.type ||
+               level_from_wire(trailer.level) != entry->level) {
+        // An authentication is done once, and what it was begun as holds to its end.
+        entry->state = security_context::state::refused;
+        return token_outcome::refused;
+    }
+    entry->state = entry->context->accept(trailer.token, reply);
+    if (entry->state == security_context::state::refused) {
+        core_.report("RPC client " + peer_.address + " failed to authenticate.");
+        return token_outcome::refused;
+    }
+    if (entry->state == security_context::state::complete) {
+        entry->identity = entry->context->identity();
+    }
+    return token_outcome::accepted;
+}
+
+std::uint32_t session::unsigned_request(authentication*& security) {
+    security = nullptr;
+    if (authentications_.empty()) {
+        return 0;
+    }
+    // At level connect requests bear no verifier. Whoever promised signatures, or has not finished, is not let through here.
+    for (const auto& entry : authentications_) {
+        if (entry->state == security_context::state::complete && entry->level == auth_level::connect) {
+            security = entry.get();
+            return 0;
+        }
+    }
+    return fault_status::access_denied;
+}
+
+std::uint32_t session::check_security(const pdu_header& header, std::span<std::uint8_t> pdu, std::size_t body_offset,
+                                      std::size_t& stub_end, authentication*& security) {
+    stub_end = pdu.size();
+    if (header.auth_length == 0) {
+        return unsigned_request(security);
+    }
+    const auto trailer = decode_auth_trailer(header, pdu, body_offset);
+    if (!trailer) {
+        return fault_status::protocol_error;
+    }
+    security = find_authentication(trailer->context_id);
+    if (security == nullptr || security->state != security_context::state::complete || security->type != trailer->type ||
+        security->level != level_from_wire(trailer->level)) {
+        return fault_status::access_denied;
+    }
+    stub_end = trailer->offset - trailer->pad_length;
+    if (security->level == auth_level::connect) {
+        return 0;
+    }
+    if (trailer->token.size() != security->context->signature_size() ||
+        !security->context->unprotect(security->level, pdu.first(trailer->offset + auth_trailer_size), body_offset,
+                                      trailer->offset - body_offset, trailer->token)) {
+        return fault_status::security_package;
+    }
+    return 0;
+}
+
+session_step session::take_request(const pdu_header& header, std::span<std::uint8_t> pdu) {
+    const bool first = header.has(pdu_flag::first);
+    wire_reader reader(std::span<const std::uint8_t>(pdu).subspan(pdu_header_size), header.little_endian);
+    reader.skip(4);  // alloc_hint: a claim, on which nothing is built
+    request_head head;
+    head.context_id = reader.u16();
+    head.operation = reader.u16();
+    head.body_offset = request_header_size + (header.has(pdu_flag::object_uuid) ? object_uuid_size : 0);
+    if (!bound_ || pdu.size() < head.body_offset || first == (assembly_ != nullptr) ||
+        (!first && assembly_->call->call_id != header.call_id)) {
+        return closing(refused_call(header.call_id, head.context_id, fault_status::protocol_error));
+    }
+    std::size_t stub_end = 0;
+    authentication* security = nullptr;
+    const std::uint32_t refusal = check_security(header, pdu, head.body_offset, stub_end, security);
+    if (refusal != 0) {
+        core_.report("A request of RPC client " + peer_.address + " was refused for lack of valid authentication.");
+        return closing(refused_call(header.call_id, head.context_id, refusal));
+    }
+    if (first) {
+        begin_assembly(header, head, security);
+    }
+    return continue_request(header, security, pdu.subspan(head.body_offset, stub_end - head.body_offset));
+}
+
+void session::begin_assembly(const pdu_header& header, const request_head& head, authentication* security) {
+    assembly_ = std::make_unique<assembly>();
+    assembly_->security = security;
+    assembly_->call = std::make_unique<rpc_call>();
+    rpc_call& call = *assembly_->call;
+    call.target = contexts_.find(head.context_id);
+    call.call_id = header.call_id;
+    call.context_id = head.context_id;
+    call.operation = head.operation;
+    call.little_endian = header.little_endian;
+    call.answered = !header.has(pdu_flag::maybe);
+    call.max_fragment = max_transmit_;
+    call.local_ipv4 = peer_.local_ipv4;
+    call.identity = security != nullptr ? &security->identity : &peer_.identity;
+    if (security != nullptr) {
+        call.protection = {security->type, security->level, security->id, security->context.get()};
+    }
+    if (!call.target) {
+        assembly_->refusal = fault_status::unknown_interface;
+    } else if (call.operation >= call.target->description.operations) {
+        assembly_->refusal = fault_status::operation_range;
+    }
+}
+
+std::size_t session::request_limit(const assembly& incoming) const {
+    const std::size_t limit =
+        incoming.call->identity->authenticated ? core_.limits.request_bytes : core_.limits.unauthenticated_request_bytes;
+    return incoming.call->target ? std::min<std::size_t>(limit, incoming.call->target->max_request_size) : limit;
+}
+
+session_step session::continue_request(const pdu_header& header, authentication* security, std::span<const std::uint8_t> stub) {
+    rpc_call& call = *assembly_->call;
+    if (assembly_->security != security || call.little_endian != header.little_endian) {
+        return closing(refused_call(header.call_id, call.context_id, fault_status::protocol_error));
+    }
+    if (assembly_->refusal == 0) {
+        if (stub.size() > request_limit(*assembly_) - call.stub.size()) {
+            core_.report("RPC client " + peer_.address + " sent a request above the size limit and was disconnected.");
+            return closing(refused_call(header.call_id, call.context_id, fault_status::access_denied));
+        }
+        call.stub.insert(call.stub.end(), stub.begin(), stub.end());
+        const std::size_t pending = core_.pending_request_bytes.fetch_add(stub.size(), std::memory_order_relaxed) + stub.size();
+        if (pending > core_.limits.pending_request_bytes) {
+            return closing(refused_call(header.call_id, call.context_id, fault_status::no_memory));
+        }
+    }
+    return header.has(pdu_flag::last) ? finish_request() : session_step{};
+}
+
+session_step session::finish_request() {
+    const std::uint32_t refusal = assembly_->refusal;
+    core_.pending_request_bytes.fetch_sub(assembly_->call->stub.size(), std::memory_order_relaxed);
+    std::unique_ptr<rpc_call> call = std::move(assembly_->call);
+    assembly_.reset();
+    core_.counters.calls_in.fetch_add(1, std::memory_order_relaxed);
+    session_step step;
+    if (refusal == 0) {
+        step.call = std::move(call);
+    } else if (call->answered) {
+        step.answer = refused_call(call->call_id, call->context_id, refusal);
+    }
+    return step;
+}
+
+void session::drop_assembly() {
+    if (assembly_) {
+        core_.pending_request_bytes.fetch_sub(assembly_->call->stub.size(), std::memory_order_relaxed);
+        assembly_.reset();
+    }
+}
+
+}  // namespace platform::linux_rpc

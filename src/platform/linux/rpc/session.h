@@ -1,0 +1,112 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/linux/rpc/call.h"
+#include "platform/linux/rpc/pdu.h"
+#include "platform/linux/rpc/server_core.h"
+
+namespace platform::linux_rpc {
+
+/// Who is at the other end of a connection, as the socket tells it.
+struct connection_peer {
+    std::string address;  ///< for the log
+    client_identity identity;
+    std::uint32_t local_ipv4 = 0;  ///< address of this machine that was reached, host byte order; 0: not by IPv4
+};
+
+/// What a PDU leads to.
+struct session_step {
+    std::vector<std::uint8_t> answer;  ///< a PDU to send; may be empty
+    std::unique_ptr<rpc_call> call;    ///< a call to serve before the next PDU is taken, null: none
+    bool close = false;                ///< the connection ends, once the answer is sent
+};
+
+/// The protocol of one connection, without its socket: takes whole PDUs in the order of their arrival and says what to do.
+/// Used by one thread at a time;
+/// takes no PDU while a call of it is served.
+class session {
+public:
+    session(server_core& core, connection_peer peer);
+    ~session();
+    session(const session&) = delete;
+    session& operator=(const session&) = delete;
+
+    /// What to do with a header: a PDU is taken only when this says nothing else.
+    [[nodiscard]] std::optional<session_step> judge_header(const pdu_header& header) const;
+
+    /// Takes a PDU of exactly `header.fragment_length` bytes, which may be decrypted in place.
+    session_step take(const pdu_header& header, std::span<std::uint8_t> pdu);
+
+    /// Whether a PDU that arrives while a call is served is one to look at out of turn: the client cancels or abandons a call.
+    [[nodiscard]] static bool cancels(const pdu_header& header) {
+        return header.type == pdu_type::co_cancel || header.type == pdu_type::orphaned;
+    }
+
+    /// Bound, and no authentication half done: from here on the time to bind counts no more.
+    [[nodiscard]] bool established() const;
+    /// Whether fragments of a request are still to come.
+    [[nodiscard]] bool request_incomplete() const { return assembly_ != nullptr; }
+
+private:
+    struct authentication {
+        std::uint32_t id = 0;
+        std::uint8_t type = 0;
+        auth_level level = auth_level::none;
+        std::unique_ptr<security_context> context;
+        security_context::state state = security_context::state::proceed;
+        client_identity identity;
+    };
+    struct assembly {
+        std::unique_ptr<rpc_call> call;
+        authentication* security = nullptr;
+        std::uint32_t refusal = 0;  ///< fault to answer the last fragment with; the stub data is not kept
+    };
+    struct request_head {
+        std::uint16_t context_id = 0;
+        std::uint16_t operation = 0;
+        std::size_t body_offset = 0;
+    };
+    enum class token_outcome : std::uint8_t { none, accepted, unknown_type, refused };
+
+    session_step take_bind(const pdu_header& header, std::span<const std::uint8_t> pdu);
+    session_step take_alter_context(const pdu_header& header, std::span<const std::uint8_t> pdu);
+    session_step take_auth3(const pdu_header& header, std::span<const std::uint8_t> pdu);
+    session_step take_request(const pdu_header& header, std::span<std::uint8_t> pdu);
+    session_step continue_request(const pdu_header& header, authentication* security, std::span<const std::uint8_t> stub);
+
+    /// Feeds the token of a PDU to its authentication, which the first token makes.
+    token_outcome take_token(const auth_trailer& trailer, std::vector<std::uint8_t>& reply);
+    authentication* begin_authentication(const auth_trailer& trailer, token_outcome& outcome);
+    [[nodiscard]] authentication* find_authentication(std::uint32_t id);
+    /// Checks and strips a request's verifier. Returns a fault, 0 for none; `stub_end` is where stub data ends, `security`
+    /// whose request it is, null for nobody's.
+    std::uint32_t check_security(const pdu_header& header, std::span<std::uint8_t> pdu, std::size_t body_offset,
+                                 std::size_t& stub_end, authentication*& security);
+    std::uint32_t unsigned_request(authentication*& security);
+
+    void begin_assembly(const pdu_header& header, const request_head& head, authentication* security);
+    [[nodiscard]] std::size_t request_limit(const assembly& incoming) const;
+    void drop_assembly();
+    void apply_sizes(const bind_body& body);
+    session_step finish_request();
+
+    server_core& core_;
+    connection_peer peer_;
+    bool bound_ = false;
+    bool header_signing_ = false;
+    std::uint16_t max_transmit_ = 0;
+    std::uint16_t max_receive_ = 0;
+    std::uint32_t group_ = 0;
+    presentation_contexts contexts_;
+    std::vector<std::unique_ptr<authentication>> authentications_;
+    std::unique_ptr<assembly> assembly_;
+};
+
+}  // namespace platform::linux_rpc

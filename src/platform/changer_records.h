@@ -79,6 +79,36 @@ struct CHANGER_MOVE_MEDIUM {
 static_assert(sizeof(CHANGER_MOVE_MEDIUM) == 28);
 static_assert(offsetof(CHANGER_MOVE_MEDIUM, Flip) == 24);
 
+/// Input of an exchange: the source goes to the first destination, what was there to the second.
+struct CHANGER_EXCHANGE_MEDIUM {
+    CHANGER_ELEMENT Transport;
+    CHANGER_ELEMENT Source;
+    CHANGER_ELEMENT Destination1;
+    CHANGER_ELEMENT Destination2;
+    std::uint8_t Flip1 = 0;
+    std::uint8_t Flip2 = 0;
+    std::uint8_t Padding[2] = {};
+};
+static_assert(sizeof(CHANGER_EXCHANGE_MEDIUM) == 36);
+static_assert(offsetof(CHANGER_EXCHANGE_MEDIUM, Flip1) == 32);
+
+/// Input of a request to take stock.
+struct CHANGER_INITIALIZE_ELEMENT_STATUS {
+    CHANGER_ELEMENT Element;  ///< type AllElements: the whole library
+    std::uint32_t NumberOfElements = 0;
+    std::uint8_t BarCodeScan = 0;
+    std::uint8_t Padding[3] = {};
+};
+static_assert(sizeof(CHANGER_INITIALIZE_ELEMENT_STATUS) == 16);
+
+/// Bits of `Features0` that a changer's mode pages tell.
+inline constexpr std::uint32_t CHANGER_EXCHANGE_MEDIA = 0x20;
+inline constexpr std::uint32_t CHANGER_MEDIUM_FLIP = 0x200;
+inline constexpr std::uint32_t CHANGER_STORAGE_DRIVE = 0x1000;
+inline constexpr std::uint32_t CHANGER_STORAGE_IEPORT = 0x2000;
+inline constexpr std::uint32_t CHANGER_STORAGE_SLOT = 0x4000;
+inline constexpr std::uint32_t CHANGER_STORAGE_TRANSPORT = 0x8000;
+
 struct GET_CHANGER_PARAMETERS {
     std::uint32_t Size = 0;
     std::uint16_t NumberTransportElements = 0;

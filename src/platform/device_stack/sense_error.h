@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "platform/device_stack/scsi_transport.h"
+
+namespace platform::device_stack {
+
+/// SCSI status codes (SAM-5 clause 5.3).
+namespace scsi_status {
+inline constexpr std::uint8_t good = 0x00;
+inline constexpr std::uint8_t check_condition = 0x02;
+inline constexpr std::uint8_t condition_met = 0x04;
+inline constexpr std::uint8_t busy = 0x08;
+inline constexpr std::uint8_t reservation_conflict = 0x18;
+inline constexpr std::uint8_t task_set_full = 0x28;
+}  // namespace scsi_status
+
+namespace sense_key {
+inline constexpr std::uint8_t no_sense = 0x0;
+inline constexpr std::uint8_t recovered_error = 0x1;
+inline constexpr std::uint8_t not_ready = 0x2;
+inline constexpr std::uint8_t illegal_request = 0x5;
+inline constexpr std::uint8_t unit_attention = 0x6;
+}  // namespace sense_key
+
+/// The three numbers that tell a fault.
+struct sense_code {
+    std::uint8_t key = 0;
+    std::uint8_t asc = 0;   ///< additional sense code
+    std::uint8_t ascq = 0;  ///< its qualifier
+};
+
+/// Reads sense bytes in fixed or descriptor format, current or deferred (SPC-4 clause 4.5). Bytes that did not come count as
+/// zero. Nothing when the response code is none of the four.
+[[nodiscard]] std::optional<sense_code> decode_sense(std::span<const std::uint8_t> sense);
+
+/// True when the command ended in CHECK CONDITION with this key.
+[[nodiscard]] bool is_check_condition(const scsi_outcome& outcome, std::uint8_t key);
+
+/// The system error number that a class driver reports for an outcome; 0 when the command did its work. A recovered error is
+/// work done.
+[[nodiscard]] std::uint32_t system_error_of(const scsi_outcome& outcome);
+
+}  // namespace platform::device_stack

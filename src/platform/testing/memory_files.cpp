@@ -1,0 +1,401 @@
+#include "platform/testing/memory_files.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "foundation/text/unicode.h"
+#include "platform/errors.h"
+
+namespace platform::testing {
+
+namespace {
+
+std::string parent_of(const std::string& path) {
+    const std::size_t last = path.rfind('/');
+    if (last == std::string::npos) {
+        return {};
+    }
+    return last == 0 ? "/" : path.substr(0, last);
+}
+
+}  // namespace
+
+class memory_file final : public file {
+public:
+    memory_file(memory_files& owner, std::uint64_t id) : owner_(owner), id_(id) {}
+    memory_file(const memory_file&) = delete;
+    memory_file& operator=(const memory_file&) = delete;
+
+    ~memory_file() override {
+        const std::lock_guard lock(owner_.mutex_);
+        owner_.open_.erase(id_);
+    }
+
+    std::uint32_t read(std::span<std::uint8_t> data, std::size_t& count) override {
+        count = 0;
+        memory_files::file_data* target = nullptr;
+        if (const std::uint32_t refused = begin(memory_files::operation::read, file_access::read, target)) {
+            return refused;
+        }
+        const std::lock_guard lock(owner_.mutex_);
+        const std::string& content = target->content;
+        if (position_ < content.size()) {
+            count = std::min<std::size_t>(data.size(), content.size() - static_cast<std::size_t>(position_));
+            std::copy_n(content.begin() + static_cast<std::ptrdiff_t>(position_), count, data.begin());
+            position_ += count;
+        }
+        return error::success;
+    }
+
+    std::uint32_t write(std::span<const std::uint8_t> data, std::size_t& count) override {
+        count = 0;
+        memory_files::file_data* target = nullptr;
+        if (const std::uint32_t refused = begin(memory_files::operation::write, file_access::write, target)) {
+            return refused;
+        }
+        const std::lock_guard lock(owner_.mutex_);
+        const auto at = static_cast<std::size_t>(position_);
+        const std::size_t present = target->content.size();
+        std::size_t room = data.size();
+        if (owner_.free_bytes_) {
+            const std::size_t overwritten = present > at ? present - at : 0;
+            room = static_cast<std::size_t>(std::min<std::uint64_t>(data.size(), overwritten + *owner_.free_bytes_));
+        }
+        if (room > 0) {
+            const std::size_t end = std::max(present, at + room);
+            if (owner_.free_bytes_) {
+                *owner_.free_bytes_ -= std::min<std::uint64_t>(*owner_.free_bytes_, end - present);
+            }
+            target->content.resize(end);
+            std::copy_n(data.begin(), room, target->content.begin() + static_cast<std::ptrdiff_t>(at));
+            target->writes.emplace_back(data.begin(), data.begin() + static_cast<std::ptrdiff_t>(room));
+        }
+        position_ += room;
+        count = room;
+        return room == data.size() ? error::success : error::disk_full;
+    }
+
+    std::uint32_t seek(std::uint64_t position) override {
+        memory_files::file_data* target = nullptr;
+        if (const std::uint32_t refused = begin(memory_files::operation::seek, 0, target)) {
+            return refused;
+        }
+        position_ = position;
+        return error::success;
+    }
+
+    std::uint32_t size(std::uint64_t& bytes) override {
+        memory_files::file_data* target = nullptr;
+        if (const std::uint32_t refused = begin(memory_files::operation::size, 0, target)) {
+            return refused;
+        }
+        const std::lock_guard lock(owner_.mutex_);
+        bytes = target->content.size();
+        return error::success;
+    }
+
+    std::uint32_t truncate_here() override {
+        memory_files::file_data* target = nullptr;
+        if (const std::uint32_t refused = begin(memory_files::operation::truncate, file_access::write, target)) {
+            return refused;
+        }
+        const std::lock_guard lock(owner_.mutex_);
+        target->content.resize(static_cast<std::size_t>(position_));
+        return error::success;
+    }
+
+    std::uint32_t flush() override {
+        memory_files::file_data* target = nullptr;
+        if (const std::uint32_t refused = begin(memory_files::operation::flush, file_access::write, target)) {
+            return refused;
+        }
+        const std::lock_guard lock(owner_.mutex_);
+        const auto named = owner_.present_.find(target->path);
+        if (named != owner_.present_.end() && named->second.get() == target) {
+            owner_.durable_[target->path] = target->content;
+        }
+        return error::success;
+    }
+
+private:
+    /// The failures that every operation can meet, in the order a system finds them: a dead handle, missing access, the
+    /// device's own.
+    std::uint32_t begin(memory_files::operation what, std::uint32_t needed, memory_files::file_data*& target) {
+        std::string path;
+        {
+            const std::lock_guard lock(owner_.mutex_);
+            const auto found = owner_.open_.find(id_);
+            if (found == owner_.open_.end()) {
+                return error::invalid_handle;
+            }
+            if ((found->second.access & needed) != needed) {
+                return error::access_denied;
+            }
+            target = found->second.data.get();
+            path = target->path;
+        }
+        return owner_.failure(what, path);
+    }
+
+    memory_files& owner_;
+    const std::uint64_t id_;
+    std::uint64_t position_ = 0;
+};
+
+memory_files::memory_files(char16_t separator)
+    : separator_(separator),
+      system_folder_(separator == u'\\' ? u"C:\\Windows\\System32" : u"/usr/bin"),
+      common_data_folder_(separator == u'\\' ? u"C:\\ProgramData" : u"/var/log") {
+    folders_.insert(separator == u'\\' ? "C:" : "/");
+    add_folders(normal(system_folder_));
+    add_folders(normal(common_data_folder_));
+}
+
+std::uint32_t memory_files::open_file(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
+                                      std::unique_ptr<file>& opened) {
+    const std::string name = normal(path);
+    if (const std::uint32_t refused = failure(operation::open, name)) {
+        return refused;
+    }
+    const std::lock_guard lock(mutex_);
+    if (name.empty()) {
+        return error::path_not_found;
+    }
+    if (folders_.contains(name)) {
+        return error::access_denied;
+    }
+    const auto found = present_.find(name);
+    if (found == present_.end()) {
+        if (mode == file_open_mode::open_existing || !parent_exists(name)) {
+            return missing(name);
+        }
+    } else if (mode == file_open_mode::create_new) {
+        return error::file_exists;
+    }
+    std::shared_ptr<file_data> data = found != present_.end() ? found->second : std::make_shared<file_data>();
+    for (const auto& [id, other] : open_) {
+        if (other.data == data && ((access & ~other.share) != 0 || (other.access & ~share) != 0)) {
+            return error::sharing_violation;
+        }
+    }
+    data->path = name;
+    present_[name] = data;
+    if (mode == file_open_mode::create_always) {
+        data->content.clear();
+        data->writes.clear();
+    }
+    const std::uint64_t id = ++next_open_;
+    open_[id] = {std::move(data), access, share};
+    opened = std::make_unique<memory_file>(*this, id);
+    return error::success;
+}
+
+bool memory_files::exists(const std::u16string& path) {
+    const std::lock_guard lock(mutex_);
+    const std::string name = normal(path);
+    return present_.contains(name) || folders_.contains(name);
+}
+
+std::uint32_t memory_files::create_folder(const std::u16string& path) {
+    const std::string name = normal(path);
+    if (const std::uint32_t refused = failure(operation::create_folder, name)) {
+        return refused;
+    }
+    const std::lock_guard lock(mutex_);
+    if (present_.contains(name) || folders_.contains(name)) {
+        return error::already_exists;
+    }
+    if (name.empty() || !parent_exists(name)) {
+        return error::path_not_found;
+    }
+    folders_.insert(name);
+    return error::success;
+}
+
+std::uint32_t memory_files::remove_file(const std::u16string& path) {
+    const std::string name = normal(path);
+    if (const std::uint32_t refused = failure(operation::remove, name)) {
+        return refused;
+    }
+    const std::lock_guard lock(mutex_);
+    if (folders_.contains(name)) {
+        return error::access_denied;
+    }
+    if (!present_.contains(name)) {
+        return missing(name);
+    }
+    if (in_use(name)) {
+        return error::sharing_violation;
+    }
+    present_.erase(name);
+    return error::success;
+}
+
+std::uint32_t memory_files::rename_file(const std::u16string& from, const std::u16string& to) {
+    const std::string old_name = normal(from);
+    const std::string new_name = normal(to);
+    if (const std::uint32_t refused = failure(operation::rename, old_name)) {
+        return refused;
+    }
+    const std::lock_guard lock(mutex_);
+    if (!present_.contains(old_name)) {
+        return missing(old_name);
+    }
+    if (!parent_exists(new_name)) {
+        return error::path_not_found;
+    }
+    if (present_.contains(new_name) || folders_.contains(new_name)) {
+        return error::already_exists;
+    }
+    if (in_use(old_name)) {
+        return error::sharing_violation;
+    }
+    std::shared_ptr<file_data> data = present_[old_name];
+    present_.erase(old_name);
+    data->path = new_name;
+    present_[new_name] = std::move(data);
+    return error::success;
+}
+
+std::uint32_t memory_files::replace_file(const std::u16string& from, const std::u16string& to) {
+    const std::string old_name = normal(from);
+    const std::string new_name = normal(to);
+    if (const std::uint32_t refused = failure(operation::replace, old_name)) {
+        return refused;
+    }
+    const std::lock_guard lock(mutex_);
+    if (!present_.contains(old_name)) {
+        return missing(old_name);
+    }
+    if (!parent_exists(new_name)) {
+        return error::path_not_found;
+    }
+    if (folders_.contains(new_name)) {
+        return error::access_denied;
+    }
+    if (in_use(old_name) || in_use(new_name)) {
+        return error::sharing_violation;
+    }
+    std::shared_ptr<file_data> data = present_[old_name];
+    present_.erase(old_name);
+    data->path = new_name;
+    present_[new_name] = std::move(data);
+    // The change of the name is durable; bytes that were never flushed are not, and leave a file without them.
+    durable_[new_name] = std::exchange(durable_[old_name], {});
+    durable_.erase(old_name);
+    return error::success;
+}
+
+void memory_files::put(std::string_view path, std::string_view content) {
+    const std::lock_guard lock(mutex_);
+    const std::string name = normal_utf8(path);
+    add_folders(parent_of(name));
+    auto data = std::make_shared<file_data>();
+    data->content = content;
+    data->path = name;
+    present_[name] = std::move(data);
+    durable_[name] = content;
+}
+
+void memory_files::add_folder(std::string_view path) {
+    const std::lock_guard lock(mutex_);
+    add_folders(normal_utf8(path));
+}
+
+std::optional<std::string> memory_files::content(std::string_view path) const {
+    const std::lock_guard lock(mutex_);
+    const auto found = present_.find(normal_utf8(path));
+    return found != present_.end() ? std::optional<std::string>(found->second->content) : std::nullopt;
+}
+
+std::vector<std::string> memory_files::writes(std::string_view path) const {
+    const std::lock_guard lock(mutex_);
+    const auto found = present_.find(normal_utf8(path));
+    return found != present_.end() ? found->second->writes : std::vector<std::string>{};
+}
+
+std::vector<std::string> memory_files::paths() const {
+    const std::lock_guard lock(mutex_);
+    std::vector<std::string> names;
+    for (const auto& [name, data] : present_) {
+        std::string shown = name;
+        std::replace(shown.begin(), shown.end(), '/', static_cast<char>(separator_));
+        names.push_back(std::move(shown));
+    }
+    return names;
+}
+
+std::size_t memory_files::open_count() const {
+    const std::lock_guard lock(mutex_);
+    return open_.size();
+}
+
+void memory_files::set_free_bytes(std::optional<std::uint64_t> bytes) {
+    const std::lock_guard lock(mutex_);
+    free_bytes_ = bytes;
+}
+
+void memory_files::set_failure(failure_hook hook) {
+    const std::lock_guard lock(mutex_);
+    failure_ = std::move(hook);
+}
+
+void memory_files::lose_power() {
+    const std::lock_guard lock(mutex_);
+    open_.clear();
+    present_.clear();
+    for (const auto& [name, content] : durable_) {
+        auto data = std::make_shared<file_data>();
+        data->content = content;
+        data->path = name;
+        present_[name] = std::move(data);
+    }
+}
+
+/// One form for every spelling of a path: slashes, none at the end.
+std::string memory_files::normal(std::u16string_view path) const {
+    return normal_utf8(text::unicode::encode_utf8(path));
+}
+
+std::string memory_files::normal_utf8(std::string_view path) const {
+    std::string name(path);
+    if (separator_ == u'\\') {
+        std::replace(name.begin(), name.end(), '\\', '/');
+    }
+    while (name.size() > 1 && name.back() == '/') {
+        name.pop_back();
+    }
+    return name;
+}
+
+bool memory_files::parent_exists(const std::string& path) const {
+    const std::string parent = parent_of(path);
+    return parent.empty() || folders_.contains(parent);
+}
+
+bool memory_files::in_use(const std::string& path) const {
+    return std::any_of(open_.begin(), open_.end(), [&path](const auto& entry) { return entry.second.data->path == path; });
+}
+
+std::uint32_t memory_files::failure(operation what, const std::string& path) {
+    failure_hook hook;
+    {
+        const std::lock_guard lock(mutex_);
+        hook = failure_;
+    }
+    std::string shown = path;
+    std::replace(shown.begin(), shown.end(), '/', static_cast<char>(separator_));
+    return hook ? hook(what, shown) : error::success;
+}
+
+void memory_files::add_folders(const std::string& path) {
+    if (!path.empty() && folders_.insert(path).second) {
+        add_folders(parent_of(path));
+    }
+}
+
+std::uint32_t memory_files::missing(const std::string& path) const {
+    return parent_exists(path) ? error::file_not_found : error::path_not_found;
+}
+
+}  // namespace platform::testing

@@ -1,0 +1,95 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/files.h"
+
+namespace platform::testing {
+
+/// A file system in memory that keeps to the sharing rules, can be full, can fail, and can lose power.
+///
+/// Names are taken as they are, in their case. With the backslash as separator a slash separates, too, and "C:" is there from
+/// the start; with the slash "/" is. The system folder and the common data folder exist. Of files only what was flushed
+/// survives `lose_power`: contents as of the last flush, names made, removed or renamed as of the last flush of the file or the
+/// last replacement. Folders survive always.
+class memory_files final : public files {
+public:
+    enum class operation { open, read, write, seek, size, truncate, flush, create_folder, remove, rename, replace };
+    /// Asked before each operation with the path it is about: an error number other than 0 makes it fail with that.
+    using failure_hook = std::function<std::uint32_t(operation what, const std::string& path)>;
+
+    explicit memory_files(char16_t separator = u'\\');
+
+    std::uint32_t open_file(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
+                            std::unique_ptr<file>& opened) override;
+    [[nodiscard]] bool exists(const std::u16string& path) override;
+    std::uint32_t create_folder(const std::u16string& path) override;
+    std::uint32_t remove_file(const std::u16string& path) override;
+    std::uint32_t rename_file(const std::u16string& from, const std::u16string& to) override;
+    std::uint32_t replace_file(const std::u16string& from, const std::u16string& to) override;
+    [[nodiscard]] char16_t separator() override { return separator_; }
+    [[nodiscard]] std::u16string system_folder() override { return system_folder_; }
+    [[nodiscard]] std::u16string common_data_folder() override { return common_data_folder_; }
+
+    /// The test's own hand, UTF-8 paths. `put` makes the folders on the way and what it puts survives.
+    void put(std::string_view path, std::string_view content);
+    void add_folder(std::string_view path);
+    [[nodiscard]] std::optional<std::string> content(std::string_view path) const;
+    /// Each write to the file, as it came.
+    [[nodiscard]] std::vector<std::string> writes(std::string_view path) const;
+    /// Paths of all files, sorted.
+    [[nodiscard]] std::vector<std::string> paths() const;
+    [[nodiscard]] std::size_t open_count() const;
+
+    void set_common_data_folder(std::u16string_view folder) { common_data_folder_ = folder; }
+    /// Room for this many more bytes; a write that needs more is cut short and answers 112.
+    void set_free_bytes(std::optional<std::uint64_t> bytes);
+    void set_failure(failure_hook hook);
+    /// What wasn't flushed is gone. Open files answer 6 from then on.
+    void lose_power();
+
+private:
+    friend class memory_file;
+
+    struct file_data {
+        std::string content;
+        std::vector<std::string> writes;
+        std::string path;  ///< present name, UTF-8
+    };
+    struct open_entry {
+        std::shared_ptr<file_data> data;
+        std::uint32_t access = 0;
+        std::uint32_t share = 0;
+    };
+
+    [[nodiscard]] std::string normal(std::u16string_view path) const;
+    [[nodiscard]] std::string normal_utf8(std::string_view path) const;
+    [[nodiscard]] bool parent_exists(const std::string& path) const;
+    [[nodiscard]] bool in_use(const std::string& path) const;
+    [[nodiscard]] std::uint32_t failure(operation what, const std::string& path);
+    void add_folders(const std::string& path);
+    std::uint32_t missing(const std::string& path) const;
+
+    const char16_t separator_;
+    std::u16string system_folder_;
+    std::u16string common_data_folder_;
+    mutable std::mutex mutex_;
+    std::map<std::string, std::shared_ptr<file_data>> present_;
+    std::map<std::string, std::string> durable_;  ///< what a loss of power leaves
+    std::set<std::string> folders_;
+    std::map<std::uint64_t, open_entry> open_;
+    std::uint64_t next_open_ = 0;
+    std::optional<std::uint64_t> free_bytes_;
+    failure_hook failure_;
+};
+
+}  // namespace platform::testing

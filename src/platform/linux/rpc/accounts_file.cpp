@@ -4,6 +4,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -46,8 +47,10 @@ int open_for_reading(const std::string& path) {
     return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
 }
 
-std::string read_all(const descriptor& file, const std::string& path) {
+/// `expected`, the size that the file had: one allocation leaves no outgrown copies of the hashes behind.
+std::string read_all(const descriptor& file, off_t expected, const std::string& path) {
     std::string text;
+    text.reserve(std::min(static_cast<std::size_t>(expected), largest_file) + 1);
     std::array<char, 16384> portion{};
     for (;;) {
         const ssize_t count = ::read(file.number(), portion.data(), portion.size());
@@ -141,7 +144,7 @@ accounts_file::contents accounts_file::read() const {
     if (!S_ISREG(status.st_mode)) {
         throw accounts_file_error("The accounts file '" + path_ + "' is no regular file.");
     }
-    std::string text = read_all(file, path_);
+    std::string text = read_all(file, status.st_size, path_);
     try {
         contents found{account_table::parse(text), exposure_of(status, path_)};
         wipe(text);

@@ -21,6 +21,7 @@ struct client_identity {
     bool local = false;          ///< came over the local socket; `uid` and `gid` are the kernel's word
     uid_t uid = 0;
     gid_t gid = 0;
+    std::string local_account{};  ///< the local user that the mechanism maps a remote caller to, if any: its groups count
 };
 
 /// The acceptor's side of one authentication on one connection, and afterwards the protection of its PDUs. Used by one

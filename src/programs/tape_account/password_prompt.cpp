@@ -1,0 +1,130 @@
+#include "programs/tape_account/password_prompt.h"
+
+#include <termios.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+
+#include "platform/linux/rpc/ntlm_crypto.h"
+
+namespace tape_account {
+
+namespace {
+
+constexpr std::size_t longest_password = 1024;
+
+void show(std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t count = ::write(STDERR_FILENO, text.data(), text.size());
+        if (count < 0 && errno != EINTR) {
+            return;
+        }
+        text.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
+    }
+}
+
+volatile std::sig_atomic_t interrupted = 0;
+
+void note_signal(int number) {
+    interrupted = number;
+}
+
+/// Turns the echo off for as long as it lives. Signals that would end the process in between only interrupt the reading, so
+/// that the terminal never stays mute; they are raised again when it has its echo back.
+class silent_terminal {
+public:
+    silent_terminal() {
+        if (::tcgetattr(STDIN_FILENO, &former_) != 0) {
+            throw std::system_error(errno, std::generic_category(), "Cannot read the terminal's settings");
+        }
+        struct sigaction noting {};
+        noting.sa_handler = note_signal;
+        for (std::size_t i = 0; i < signals.size(); ++i) {
+            ::sigaction(signals[i], &noting, &actions_[i]);
+        }
+        termios silent = former_;
+        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        silent.c_lflag |= ECHONL;
+        ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+    }
+
+    ~silent_terminal() {
+        ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &former_);
+        for (std::size_t i = 0; i < signals.size(); ++i) {
+            ::sigaction(signals[i], &actions_[i], nullptr);
+        }
+        if (interrupted != 0) {
+            ::raise(interrupted);
+        }
+    }
+
+    silent_terminal(const silent_terminal&) = delete;
+    silent_terminal& operator=(const silent_terminal&) = delete;
+
+private:
+    static constexpr std::array<int, 4> signals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+
+    termios former_{};
+    std::array<struct sigaction, signals.size()> actions_{};
+};
+
+/// One line without its end. Byte by byte and without a buffer of the library's: no copy of the password stays behind.
+std::string read_line() {
+    std::string line;
+    line.reserve(longest_password + 2);
+    for (;;) {
+        char next = 0;
+        const ssize_t count = ::read(STDIN_FILENO, &next, 1);
+        if (count < 0 && errno == EINTR && interrupted == 0) {
+            continue;
+        }
+        if (count < 0) {
+            platform::linux_rpc::wipe(line);
+            throw std::runtime_error("The password could not be read.");
+        }
+        if (count == 0 || next == '\n') {
+            break;
+        }
+        line.push_back(next);
+        if (line.size() > longest_password) {
+            platform::linux_rpc::wipe(line);
+            throw std::runtime_error("The password is longer than 1024 bytes.");
+        }
+    }
+    if (!line.empty() && line.back() == '\r') {
+        line.pop_back();
+    }
+    return line;
+}
+
+std::string read_from_terminal(const std::string& account) {
+    const silent_terminal silence;
+    show("New password of '" + account + "': ");
+    std::string password = read_line();
+    show("The same again: ");
+    std::string repeated = read_line();
+    const bool same = password == repeated;
+    platform::linux_rpc::wipe(repeated);
+    if (!same) {
+        platform::linux_rpc::wipe(password);
+        throw std::runtime_error("The two passwords differ.");
+    }
+    return password;
+}
+
+}  // namespace
+
+std::string read_new_password(const std::string& account) {
+    std::string password = ::isatty(STDIN_FILENO) == 1 ? read_from_terminal(account) : read_line();
+    if (password.empty()) {
+        throw std::runtime_error("An empty password is not accepted.");
+    }
+    return password;
+}
+
+}  // namespace tape_account

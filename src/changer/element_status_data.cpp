@@ -40,9 +40,3 @@ void WalkElementStatus(std::span<const std::uint8_t> data, const element_descrip
         }
     }
 }
-
-std::string LastWord(const std::string& text) {
-    const std::string stripped = util::without_trailing_blanks(text);
-    // Without a blank rfind gives npos, which the addition turns into the start of the text.
-    return stripped.substr(stripped.rfind(' ') + 1);
-}

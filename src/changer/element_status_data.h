@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <functional>
 #include <span>
-#include <string>
 
 /// Decoding of READ ELEMENT STATUS data (SMC-3 clause 6.10), as far as all readers share it.
 
@@ -27,6 +26,3 @@ using element_descriptor_visitor = std::function<void(const element_status_page_
 /// end. Throws when a page's descriptor length is zero, and `std::out_of_range` when a descriptor starts behind the data: the
 /// lengths can't be believed then.
 void WalkElementStatus(std::span<const std::uint8_t> data, const element_descriptor_visitor& visit);
-
-/// What stands behind the text's last blank, its trailing blanks left out; all of it when it has no blank.
-[[nodiscard]] std::string LastWord(const std::string& text);

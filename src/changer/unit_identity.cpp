@@ -106,8 +106,12 @@ std::u16string ReadStoragePropertySerial(platform::device_handle device, const s
     }
 }
 
-std::string LastWordWithBlanks(const std::string& identification) {
-    const std::string stripped = util::without_trailing_blanks(identification);
+std::string LastWord(const std::string& text) {
+    const std::string stripped = util::without_trailing_blanks(text);
     // Without a blank rfind gives npos, which the addition turns into the start of the text.
-    return stripped.substr(stripped.rfind(' ') + 1) + identification.substr(stripped.size());
+    return stripped.substr(stripped.rfind(' ') + 1);
+}
+
+std::string LastWordWithBlanks(const std::string& identification) {
+    return LastWord(identification) + identification.substr(util::without_trailing_blanks(identification).size());
 }

@@ -20,5 +20,8 @@
 /// the log, when it can't be read; empty when there is none.
 [[nodiscard]] std::u16string ReadStoragePropertySerial(platform::device_handle device, const std::string& link_name);
 
+/// What stands behind the text's last blank, its trailing blanks left out; all of it when it has no blank.
+[[nodiscard]] std::string LastWord(const std::string& text);
+
 /// A vendor identification's last word, followed by the blanks at the identification's end.
 [[nodiscard]] std::string LastWordWithBlanks(const std::string& identification);

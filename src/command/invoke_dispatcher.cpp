@@ -1,0 +1,94 @@
+#include "command/invoke_dispatcher.h"
+
+#include "command/com_scope.h"
+#include "foundation/exc/exceptions.h"
+#include "foundation/logging/log_writer.h"
+#include "foundation/security/client_check.h"
+#include "foundation/text/conversion.h"
+
+InvokeResult MakeErrorResult(const std::exception& e) {
+    const char* what = e.what();
+    return {false, what != nullptr ? text::utf8_to_wide_safe(what) : std::u16string()};
+}
+
+namespace wrap {
+
+namespace {
+
+/// One log line of a call. Built in place: the text can be many megabytes.
+void log_call_line(std::string_view tag, const std::u16string& procedure, std::u16string_view text) {
+    std::string line(tag);
+    const std::string name = text::wide_to_ansi_safe(procedure);
+    const std::string content = text::wide_to_ansi_safe(text);
+    line.reserve(tag.size() + name.size() + 1 + content.size());
+    line.append(name).append(1, ':').append(content);
+    g_rpcLog.LogMessage(line);
+}
+
+}  // namespace
+
+void IInvokeDispatcher::InvokeWithBinary(const std::u16string& /*procedure*/, const CInputArguments& /*input*/,
+                                         COutputArguments& /*output*/, binary_block input_data, binary_block output_data) {
+    input_data.reset();
+    output_data.reset();
+}
+
+void IInvokeDispatcher::LogSoapEnter(const std::u16string& procedure, const std::u16string& input) {
+    g_rpcLog.LogMessage("");
+    log_call_line("[SoapEnter] ", procedure, input);
+}
+
+void IInvokeDispatcher::LogSoapExit(const std::u16string& procedure, const std::u16string& output) {
+    std::u16string_view shown = output;
+    if (shown.ends_with(u"\r\n")) {
+        shown.remove_suffix(2);
+    }
+    log_call_line("[SoapExit] ", procedure, shown);
+}
+
+void IInvokeDispatcher::LogCallFailure(const std::u16string& procedure, const std::u16string& /*input*/, const std::exception& e) {
+    g_rpcLog.LogError("RPC method call has failed (%1).", text::wide_to_ansi_safe(procedure), e);
+}
+
+bool IInvokeDispatcher::IsSerialInvokerEnabled() {
+    return false;
+}
+
+InvokeResult IInvokeDispatcher::ProcessCall(const char16_t* procedure, const char16_t* input,
+                                            std::optional<std::u16string>& output) {
+    std::u16string procedure_name;
+    std::u16string input_text;
+    try {
+        CheckRpcClientAuthorised();
+        if (procedure == nullptr) {
+            throw exc::runtime_exc_t("Procedure name is not specified.");
+        }
+        procedure_name = procedure;
+        if (input == nullptr) {
+            throw exc::runtime_exc_t("Input arguments is not specified.");
+        }
+        input_text = input;
+        output = run_call(procedure_name, input_text);
+        return {true, std::nullopt};
+    } catch (const std::exception& e) {
+        LogCallFailure(procedure_name, input_text, e);
+        return MakeErrorResult(e);
+    }
+}
+
+std::u16string IInvokeDispatcher::run_call(const std::u16string& procedure, const std::u16string& input) {
+    const com_scope com(com_model_probe::instance().model());
+    LogSoapEnter(procedure, input);
+    const CInputArguments arguments(input);
+    COutputArguments results;
+    if (procedure == serial_invoker_procedure) {
+        results.Set("IsEnabled", IsSerialInvokerEnabled());
+    } else {
+        Invoke(procedure, arguments, results);
+    }
+    std::u16string text = results.Serialize();
+    LogSoapExit(procedure, text);
+    return text;
+}
+
+}  // namespace wrap

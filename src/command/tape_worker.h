@@ -1,0 +1,26 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+/// A long task on a thread of its own, kept in the service context by its id. The status is 997 while it runs, 0 when it has
+/// done its work, and otherwise the reason of its failure; it changes once. `IsFinished` and `GetStatus` may be called from
+/// any thread.
+class ITapeWorker {
+public:
+    virtual ~ITapeWorker() = default;
+
+    [[nodiscard]] virtual bool IsFinished() { return status_ != running; }
+    [[nodiscard]] virtual std::uint32_t GetStatus() { return status_; }
+    /// Waits for the end of the task's thread; returns at once while the task runs.
+    virtual void Join() = 0;
+
+    /// Identity of the task among those that live.
+    [[nodiscard]] std::uint32_t task_id() const { return task_id_; }
+
+protected:
+    static constexpr std::uint32_t running = 997;  ///< ERROR_IO_PENDING
+
+    std::atomic<std::uint32_t> status_{running};
+    std::uint32_t task_id_ = 0;
+};

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "host/command_line.h"
+
+/// What the entry asks of the program that it runs in.
+struct entry_environment {
+    /// Waits for about so many milliseconds; false when the process has been told to end. Left empty, the entry waits on the
+    /// system's clock and serves for ever.
+    std::function<bool(std::int64_t milliseconds)> pause;
+};
+
+/// The program from its set-up to its end, on the system that is installed. Returns the process's exit code:
+/// - with `-debug` it serves from the console until the environment's pause says otherwise, then 0;
+/// - without it, and with no service manager to serve under, 1.
+/// Failures of the set-up leave as exceptions.
+[[nodiscard]] int RunTapeServer(const entry_environment& environment);
+
+/// The lines that start a run in the log.
+void WriteStartBanner();
+
+/// Writes about 50 MiB of known lines to the log.
+void RunLogTest();

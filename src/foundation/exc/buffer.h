@@ -42,6 +42,8 @@ public:
 
 private:
     void read_bytes(void* data, std::size_t size);
+    /// The next bytes, still in the buffer; moves the cursor behind them.
+    const std::uint8_t* take(std::size_t size);
 
     const std::vector<std::uint8_t>* buffer_;
     std::size_t cursor_ = 0;

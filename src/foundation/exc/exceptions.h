@@ -68,7 +68,9 @@ public:
     [[nodiscard]] std::uint32_t thread_id() const { return thread_id_; }
 
 private:
+    void append(message_t message);
     void render();
+    void render_record(std::size_t index);
 
     std::vector<message_t> messages_;
     std::string what_text_;
@@ -133,13 +135,16 @@ private:
 };
 
 /// A failed system call of a device operation, with a ready-made `<Error>` record. Reads the last error before anything
-/// else. `clone` and `rethrow` are the base's: they lose the record.
+/// else and leaves it pending, so that a second object can be made for the same failure. `clone` and `rethrow` are the base's:
+/// they lose the record.
 class xml_type_exc_t : public exc_base_t {
 public:
     xml_type_exc_t(std::string_view api_name, std::string_view service_message);
     [[nodiscard]] std::string xml() const { return xml_; }
 
 private:
+    xml_type_exc_t(std::string_view api_name, std::string_view service_message, std::uint32_t code);
+
     std::string xml_;
 };
 
@@ -168,6 +173,7 @@ struct term_exc_t {};
 
 /// Adding a sentence to the exception in flight, from a catch block; none of these returns. An exception of the family keeps
 /// its type and thread; any other becomes a `runtime_exc_t`.
+[[noreturn]] void rethrow_with(const message_t& message, const trace_info_t& info, std::exception& e);
 [[noreturn]] void rethrow_with_trace_text(const std::string& text, std::exception& e);
 [[noreturn]] void rethrow_with_message_text(const std::string& text, std::exception& e);
 

@@ -69,7 +69,8 @@ public:
 };
 
 /// The process's log: turns entries into lines and hands each entry to one receiver in one write. Until a receiver is set
-/// entries are dropped. Any thread may log; the mutex is held for the whole of a write.
+/// entries are dropped. Any thread may log; the mutex is held for the whole of a write, and is recursive because a size check
+/// can log. Writing leaves the thread's last error as it was: code logs a failure and then still asks for its number.
 class log_t {
 public:
     static constexpr std::int32_t entries_between_checks = 1000;
@@ -80,6 +81,7 @@ public:
 
     void set_receiver(boost::shared_ptr<receiver::log_file_t> receiver);
     void set_initialized();
+    /// The look at the size that follows every `entries_between_checks` entries; null for none.
     void set_check_size(boost::shared_ptr<size_check_t> check);
     void set_line_style(line_style style);
     void set_transform(boost::shared_ptr<log_transform_t> transform);
@@ -94,18 +96,20 @@ public:
     void raise_indent();
     void lower_indent();
 
+    [[nodiscard]] bool initialized() const;
+
     /// The one log of the process.
     static boost::shared_ptr<log_t> process_log();
 
 private:
-    std::string build_entry(level entry_level, std::int32_t indent, const std::string& prefix, const std::string& line_end,
-                            std::string_view text) const;
-    void append_line(std::string& entry, level entry_level, std::int32_t indent, const std::string& prefix,
-                     const std::string& line_end, std::string_view line, std::size_t number) const;
+    struct entry_form;
+    [[nodiscard]] std::string build_entry(const entry_form& form, std::string_view text) const;
+    void append_line(std::string& entry, const entry_form& form, std::string_view line, std::size_t number) const;
+    void check_size_when_due();
 
     mutable boost::recursive_mutex mutex_;
     boost::shared_ptr<receiver::log_file_t> receiver_;
-    boost::thread_specific_ptr<std::int32_t> mutable indent_;
+    mutable boost::thread_specific_ptr<std::int32_t> indent_;
     bool initialized_ = false;
     line_style style_ = line_style::full;
     bool muted_ = false;

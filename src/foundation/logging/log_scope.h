@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "foundation/logging/log_writer.h"
+#include "foundation/monitoring/thread_states.h"
 
 namespace logging {
 
@@ -22,12 +23,15 @@ private:
 };
 
 /// A piece of work in the log: its text, what is logged meanwhile indented below it, and how it ended. The first of the
-/// four endings counts, the others do nothing then; a scope that is left without one has failed.
+/// four endings counts, the others do nothing then; a scope that is left without one has failed. Its text also stands on the
+/// thread's activity stack while it lives.
 class log_scope_t {
 public:
     log_scope_t(const log_writer_t& writer, std::string_view text);
     log_scope_t(const log_writer_t& writer, std::string_view pattern, std::string_view a1);
     log_scope_t(const log_writer_t& writer, std::string_view pattern, std::string_view a1, std::string_view a2);
+    log_scope_t(const log_writer_t& writer, std::string_view pattern, std::string_view a1, std::string_view a2,
+                std::string_view a3);
     log_scope_t(const log_writer_t& writer, std::string_view pattern, std::string_view a1, std::string_view a2, std::string_view a3,
                 std::string_view a4);
     ~log_scope_t();
@@ -44,8 +48,11 @@ public:
     void fail();
 
 private:
+    bool finish();
+
     log_writer_t writer_;
     std::string text_;
+    monitoring::activity_t activity_;
     bool finished_ = false;
 };
 

@@ -50,6 +50,7 @@ public:
                   const std::exception& e) const;
 
     [[nodiscard]] log_t& log() const { return *log_; }
+    [[nodiscard]] const std::string& prefix() const { return format_->prefix(); }
 
 private:
     void write(level entry_level, std::string_view text) const;

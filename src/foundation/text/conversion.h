@@ -17,13 +17,18 @@ using wide_string = std::u16string;
 [[nodiscard]] wide_string ansi_to_wide(std::string_view ansi);
 [[nodiscard]] std::string ansi_to_utf8(std::string_view ansi);
 
-/// Forms for text that goes into messages: they never throw a conversion failure.
+/// Forms for text that goes into messages: they never throw a conversion failure. The result says instead that the
+/// conversion failed; the second one appends the source's bytes, each widened to one unit.
 [[nodiscard]] std::string wide_to_ansi_safe(std::u16string_view wide);
 [[nodiscard]] wide_string utf8_to_wide_safe(std::string_view utf8);
 
-/// Numbers from text, base 10, as the C library's `strtoul` and its kin read them: leading white space and a sign are
-/// accepted, what follows the digits is ignored, and overflow isn't looked for (results are cut to the width). A text
-/// without a digit throws `exc::runtime_exc_t`.
+/// For text that a device sent: each ill-formed sequence becomes U+FFFD. Never fails; cut at the first terminator too.
+[[nodiscard]] wide_string utf8_to_wide_lenient(std::string_view utf8);
+
+/// Numbers from text, base 10, as the C library's `strtoul` and its kin read them with a 32-bit `long`: leading white space
+/// and a sign are accepted, what follows the digits is ignored, a sign before an unsigned number negates it modulo its
+/// width, and a number out of range becomes the nearest end of the range. Only a text without a digit fails, with
+/// `exc::runtime_exc_t`.
 [[nodiscard]] std::uint32_t to_uint(const std::string& text);
 [[nodiscard]] std::int32_t to_int(const std::string& text);
 [[nodiscard]] std::uint64_t to_uint64(const std::string& text);
@@ -39,6 +44,10 @@ using wide_string = std::u16string;
 [[nodiscard]] wide_string to_wstring(std::uint32_t value);
 [[nodiscard]] wide_string to_wstring(std::int64_t value);
 [[nodiscard]] wide_string to_wstring(std::uint64_t value);
+
+/// Patterns of a moment in text: year, month, day, hour, minute, second.
+inline constexpr std::string_view time_pattern = "%Y-%m-%d %H:%M:%S";
+inline constexpr std::u16string_view wide_time_pattern = u"%Y-%m-%d %H:%M:%S";
 
 /// "0x" and eight lower-case hexadecimal digits.
 [[nodiscard]] std::string format_hex(std::uint32_t value);

@@ -22,11 +22,14 @@ public:
     win_reg_key_t(const win_reg_key_t&) = delete;
     win_reg_key_t& operator=(const win_reg_key_t&) = delete;
 
+    /// Narrow names and texts are in the active code page, wide ones in UTF-16. Expandable strings come unexpanded. Outputs are
+    /// left alone when the value is missing.
     [[nodiscard]] bool try_get_string(std::string_view name, std::string& value) const;
     [[nodiscard]] bool try_get_string(std::u16string_view name, text::wide_string& value) const;
     [[nodiscard]] bool try_get_dword(std::string_view name, std::uint32_t& value) const;
     [[nodiscard]] bool try_get_dword(std::u16string_view name, std::uint32_t& value) const;
     [[nodiscard]] bool try_get_qword(std::u16string_view name, std::uint64_t& value) const;
+    /// These throw `exc::win_sys_exc_t` with the last error when the value is missing.
     [[nodiscard]] std::string get_string(std::string_view name) const;
     [[nodiscard]] std::uint32_t get_dword(std::string_view name) const;
     void set_string(std::u16string_view name, std::u16string_view value) const;

@@ -1,0 +1,42 @@
+#include "foundation/logging/log_setup.h"
+
+#include "foundation/logging/log_files.h"
+#include "foundation/logging/log_writer.h"
+#include "foundation/util/command_line.h"
+
+bool gTerseLog = true;
+
+namespace logging {
+
+namespace {
+
+text::wide_string chosen_path(std::u16string_view default_name, const std::vector<std::u16string>& command_line) {
+    const auto at = util::find_switch(command_line, u"-log");
+    if (at && *at + 1 < command_line.size()) {
+        return command_line[*at + 1];
+    }
+    return default_log_path(default_name);
+}
+
+}  // namespace
+
+void initialize_log(std::u16string_view default_name, const std::vector<std::u16string>& command_line,
+                    boost::shared_ptr<size_check_t> size_check) {
+    const text::wide_string path = chosen_path(default_name, command_line);
+    gTerseLog = !util::find_switch(command_line, u"-verbose").has_value();
+
+    pending_lines messages{"LOG: Initializing log file ..."};
+    const boost::shared_ptr<receiver::log_file_t> receiver =
+        path.empty() ? open_stdout_log(messages) : open_log_file({path}, messages, size_check.get());
+    if (receiver != nullptr) {
+        const boost::shared_ptr<log_t> log = log_t::process_log();
+        log->set_receiver(receiver);
+        log->set_initialized();
+        log->set_check_size(std::move(size_check));
+    }
+    for (const std::string& line : messages) {
+        g_clientLog.LogInfo(line);
+    }
+}
+
+}  // namespace logging

@@ -1,0 +1,24 @@
+#include "foundation/logging/writers.h"
+
+#include <boost/make_shared.hpp>
+
+const logging::log_writer_t g_log("tap");
+const logging::log_writer_t g_rpcLog("rpc");
+const logging::log_writer_t g_libraryLog("");
+const logging::log_writer_t g_clientLog("cli");
+
+const logging::log_writer_t g_vcbLog("vcb");
+const logging::log_writer_t g_vcbDiskLog("vcb");
+const logging::log_writer_t g_backupLog("bkp");
+const logging::log_writer_t g_debugLog("dbg", boost::make_shared<logging::log_t>());
+const logging::log_writer_t g_driveLog("drv");
+const logging::log_writer_t g_nfsLog("nfs");
+const logging::log_writer_t g_vhdLog("vhd");
+const logging::log_writer_t g_daemonLog("dmn");
+const logging::log_writer_t g_storageLog("stg");
+const logging::log_writer_t g_azureLog("azure");
+const logging::log_writer_t g_cplLog("cpl");
+const logging::log_writer_t g_prtLog("prt");
+const logging::log_writer_t g_mountLog("mnt");
+const logging::log_writer_t g_serverLog("srv");
+const logging::log_writer_t g_dataTransferLog("dt ");

@@ -1,0 +1,66 @@
+#include "foundation/monitoring/thread_states.h"
+
+#include <boost/make_shared.hpp>
+#include <boost/thread/lock_guard.hpp>
+
+#include "platform/clock.h"
+#include "platform/process.h"
+#include "platform/system.h"
+
+namespace monitoring {
+
+namespace {
+
+using lock_t = boost::lock_guard<boost::mutex>;
+
+}  // namespace
+
+CThreadStatesCollection& CThreadStatesCollection::instance() {
+    static CThreadStatesCollection collection;
+    return collection;
+}
+
+boost::shared_ptr<CThreadState> CThreadStatesCollection::add(std::uint32_t thread_id, std::string_view role) {
+    const auto state = boost::make_shared<CThreadState>(role);
+    const lock_t lock(mutex_);
+    states_[thread_id] = state;
+    return state;
+}
+
+void CThreadStatesCollection::remove(std::uint32_t thread_id) {
+    const lock_t lock(mutex_);
+    states_.erase(thread_id);
+}
+
+boost::shared_ptr<CThreadState> CThreadStatesCollection::find(std::uint32_t thread_id) const {
+    const lock_t lock(mutex_);
+    const auto found = states_.find(thread_id);
+    return found == states_.end() ? boost::shared_ptr<CThreadState>() : found->second;
+}
+
+boost::shared_ptr<CThreadState> CThreadStatesCollection::current() const {
+    platform::process* process = platform::system().process;
+    return process == nullptr ? boost::shared_ptr<CThreadState>() : find(process->current_thread_id());
+}
+
+activity_t::activity_t(std::string_view text) : state_(CThreadStatesCollection::instance().current()) {
+    if (state_ != nullptr) {
+        const auto trace = boost::make_shared<CThreadTrace>();
+        trace->started = static_cast<std::uint32_t>(platform::system().clock->milliseconds());
+        trace->text = text;
+        state_->activities.push(trace);
+    }
+}
+
+activity_t::~activity_t() {
+    end();
+}
+
+void activity_t::end() {
+    if (state_ != nullptr) {
+        state_->activities.pop();
+        state_.reset();
+    }
+}
+
+}  // namespace monitoring

@@ -1,0 +1,224 @@
+#include "platform/virtual_library/logical_unit.h"
+
+#include <algorithm>
+
+#include "foundation/util/bytes.h"
+#include "platform/clock.h"
+#include "platform/system.h"
+
+namespace platform::tape_library {
+
+namespace {
+
+constexpr std::uint8_t all_pages = 0x3F;
+constexpr std::uint8_t all_subpages = 0xFF;
+constexpr std::uint8_t log_page_supported = 0x00;
+constexpr std::uint8_t log_page_alerts = 0x2E;
+
+}  // namespace
+
+std::int64_t clock_now() {
+    return system().clock->milliseconds();
+}
+
+bool command_request::wait_until(std::int64_t moment) const {
+    const std::int64_t end = std::min(moment, deadline);
+    const std::int64_t now = clock_now();
+    if (end > now) {
+        lock.unlock();
+        system().clock->sleep(end - now);
+        lock.lock();
+    }
+    return moment <= deadline;
+}
+
+nexus& logical_unit::connect() {
+    nexus& fresh = initiators_.emplace_back();
+    if (core_.made_of.power_on_attention) {
+        fresh.attentions.push_back(sense::power_on);
+    }
+    return fresh;
+}
+
+void logical_unit::disconnect(const nexus& initiator) {
+    if (reserved_by_ == &initiator) {
+        reserved_by_ = nullptr;
+    }
+    initiators_.remove_if([&initiator](const nexus& each) { return &each == &initiator; });
+    removal_changed();
+}
+
+void logical_unit::raise(const sense_code& attention, const nexus* but) {
+    for (nexus& each : initiators_) {
+        const bool queued = std::find(each.attentions.begin(), each.attentions.end(), attention) != each.attentions.end();
+        if (&each != but && !queued) {
+            each.attentions.push_back(attention);
+        }
+    }
+}
+
+bool logical_unit::removal_prevented() const {
+    return std::any_of(initiators_.begin(), initiators_.end(), [](const nexus& each) { return each.prevents_removal; });
+}
+
+void logical_unit::raise_alert(std::uint8_t flag) {
+    alerts_.set(flag - 1U);
+    for (nexus& each : initiators_) {
+        each.alerts_read.reset(flag - 1U);
+    }
+}
+
+void logical_unit::clear_alert(std::uint8_t flag) {
+    alerts_.reset(flag - 1U);
+}
+
+command_result logical_unit::serve(command_request& request) {
+    settle();
+    const std::uint8_t code = util::load_u8(request.cdb, 0);
+    const command_traits& traits = traits_of(code);
+    if (reserved_by_ != nullptr && reserved_by_ != &request.initiator && !traits.ignores_reservation) {
+        return command_result::with_status(scsi_status::reservation_conflict);
+    }
+    if (!traits.ignores_attention && !request.initiator.attentions.empty()) {
+        const sense_code attention = request.initiator.attentions.front();
+        request.initiator.attentions.pop_front();
+        return command_result::check(attention);
+    }
+    const std::vector<std::uint8_t>& refused = core_.made_of.refused;
+    if (std::find(refused.begin(), refused.end(), code) != refused.end()) {
+        return command_result::check(sense::invalid_opcode);
+    }
+    if (request.cdb.size() < traits.length) {
+        return command_result::check(sense::invalid_field);
+    }
+    return dispatch(request);
+}
+
+command_result logical_unit::request_sense(command_request& request) {
+    const bool descriptor = (request.cdb[1] & 0x01) != 0;
+    sense_code code = sense::none;
+    if (!request.initiator.attentions.empty()) {
+        code = request.initiator.attentions.front();
+        request.initiator.attentions.pop_front();
+    }
+    return command_result::with_data(descriptor ? descriptor_format(code) : fixed_format(code), request.cdb[4]);
+}
+
+std::optional<byte_vector> logical_unit::collect_mode_pages(std::uint8_t control, std::uint8_t page, std::uint8_t subpage) const {
+    if (subpage != 0 && subpage != all_subpages) {
+        return std::nullopt;
+    }
+    byte_vector collected;
+    bool found = false;
+    for (const std::uint8_t each : mode_pages()) {
+        if (page == all_pages || page == each) {
+            byte_vector bytes = mode_page(each);
+            if (control == 1) {
+                // Changeable values: no bit of any page can be changed.
+                std::fill(bytes.begin() + 2, bytes.end(), std::uint8_t{0});
+            }
+            collected.insert(collected.end(), bytes.begin(), bytes.end());
+            found = true;
+        }
+    }
+    return found ? std::optional<byte_vector>(std::move(collected)) : std::nullopt;
+}
+
+command_result logical_unit::mode_sense_6(command_request& request) {
+    const std::uint8_t control = request.cdb[2] >> 6;
+    if (control == 3) {
+        return command_result::check(sense::saving_not_supported);
+    }
+    const std::optional<byte_vector> pages = collect_mode_pages(control, request.cdb[2] & 0x3F, request.cdb[3]);
+    if (!pages) {
+        return command_result::check(sense::invalid_field);
+    }
+    const bool without_blocks = (request.cdb[1] & 0x08) != 0;
+    const byte_vector blocks = without_blocks ? byte_vector{} : block_descriptor();
+    byte_vector reply{0, medium_type(), device_specific(), static_cast<std::uint8_t>(blocks.size())};
+    reply.insert(reply.end(), blocks.begin(), blocks.end());
+    reply.insert(reply.end(), pages->begin(), pages->end());
+    reply[0] = static_cast<std::uint8_t>(reply.size() - 1);
+    return command_result::with_data(std::move(reply), request.cdb[4]);
+}
+
+command_result logical_unit::mode_sense_10(command_request& request) {
+    const std::uint8_t control = request.cdb[2] >> 6;
+    if (control == 3) {
+        return command_result::check(sense::saving_not_supported);
+    }
+    const std::optional<byte_vector> pages = collect_mode_pages(control, request.cdb[2] & 0x3F, request.cdb[3]);
+    if (!pages) {
+        return command_result::check(sense::invalid_field);
+    }
+    const bool without_blocks = (request.cdb[1] & 0x08) != 0;
+    const byte_vector blocks = without_blocks ? byte_vector{} : block_descriptor();
+    byte_vector reply{0, 0, medium_type(), device_specific(), 0, 0, 0, static_cast<std::uint8_t>(blocks.size())};
+    reply.insert(reply.end(), blocks.begin(), blocks.end());
+    reply.insert(reply.end(), pages->begin(), pages->end());
+    util::store_be16(reply, 0, static_cast<std::uint16_t>(reply.size() - 2));
+    return command_result::with_data(std::move(reply), util::load_be16(request.cdb, 7));
+}
+
+command_result logical_unit::log_sense(command_request& request) {
+    const std::uint8_t page = request.cdb[2] & 0x3F;
+    if (request.cdb[3] != 0 || (page != log_page_supported && page != log_page_alerts)) {
+        return command_result::check(sense::invalid_field);
+    }
+    byte_vector reply{page, 0, 0, 0};
+    if (page == log_page_supported) {
+        reply.push_back(log_page_supported);
+        reply.push_back(log_page_alerts);
+    } else {
+        const alert_flags shown = alerts_ & ~request.initiator.alerts_read;
+        for (std::size_t bit = 0; bit < shown.size(); ++bit) {
+            const std::array<std::uint8_t, 5> parameter{0, static_cast<std::uint8_t>(bit + 1), 0x03, 1,
+                                                        static_cast<std::uint8_t>(shown.test(bit) ? 1 : 0)};
+            reply.insert(reply.end(), parameter.begin(), parameter.end());
+        }
+        request.initiator.alerts_read |= alerts_;
+    }
+    util::store_be16(reply, 2, static_cast<std::uint16_t>(reply.size() - 4));
+    return command_result::with_data(std::move(reply), util::load_be16(request.cdb, 7));
+}
+
+command_result logical_unit::prevent_allow(command_request& request) {
+    const std::uint8_t wanted = request.cdb[4] & 0x03;
+    if (wanted > 1) {
+        return command_result::check(sense::invalid_field);
+    }
+    request.initiator.prevents_removal = wanted == 1;
+    removal_changed();
+    return command_result::good();
+}
+
+command_result logical_unit::reserve(command_request& request) {
+    // Third-party, extent and element reservations aren't offered: only the whole unit can be reserved.
+    if ((request.cdb[1] & 0x1F) != 0) {
+        return command_result::check(sense::invalid_field);
+    }
+    reserved_by_ = &request.initiator;
+    return command_result::good();
+}
+
+command_result logical_unit::release(command_request& request) {
+    if ((request.cdb[1] & 0x1F) != 0) {
+        return command_result::check(sense::invalid_field);
+    }
+    if (reserved_by_ == &request.initiator) {
+        reserved_by_ = nullptr;
+    }
+    return command_result::good();
+}
+
+command_result logical_unit::report_luns(command_request& request) {
+    const std::size_t units = core_.made_of.drive_units.size() + 1;
+    byte_vector reply(8 + 8 * units);
+    util::store_be32(reply, 0, static_cast<std::uint32_t>(8 * units));
+    for (std::size_t unit = 0; unit < units; ++unit) {
+        reply[8 + 8 * unit + 1] = static_cast<std::uint8_t>(unit);
+    }
+    return command_result::with_data(std::move(reply), util::load_be32(request.cdb, 6));
+}
+
+}  // namespace platform::tape_library

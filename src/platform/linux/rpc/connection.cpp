@@ -91,6 +91,9 @@ connection::~connection() {
 }
 
 void connection::start() {
+    if (!loop_.core.listening) {
+        return;  // accepted in the moment of the stop
+    }
     error_code failure;
     socket_.non_blocking(true, failure);
     if (tcp_) {

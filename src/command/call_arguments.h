@@ -38,6 +38,7 @@ public:
     void Set(std::string_view name, std::u16string_view value);
     /// UTF-8; throws when it isn't.
     void Set(std::string_view name, std::string_view value);
+    void Set(std::string_view name, const char16_t* value) { Set(name, std::u16string_view(value)); }
     void Set(std::string_view name, const char* value) { Set(name, std::string_view(value)); }
     void Set(std::string_view name, std::int32_t value);
     void Set(std::string_view name, bool value);

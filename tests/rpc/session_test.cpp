@@ -1,0 +1,679 @@
+#include "platform/linux/rpc/session.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "rpc/support/raw_pdu.h"
+#include "rpc/support/toy_security.h"
+
+namespace {
+
+using namespace platform::linux_rpc;
+using namespace rpc_test;
+
+/// The protocol of one connection, driven PDU by PDU.
+class SessionTest : public testing::Test {
+protected:
+    SessionTest() {
+        platform::rpc_interface offered;
+        offered.uuid = uuid_from_text(test_interface);
+        offered.major_version = 1;
+        offered.minor_version = 2;
+        offered.operations = 3;
+        offered.dispatch = [](const platform::rpc_request& request, platform::rpc_reply& reply) {
+            const auto out = reply.allocate(request.stub.size());
+            std::copy(request.stub.begin(), request.stub.end(), out.begin());
+            return 0U;
+        };
+        core.interfaces.add({offered, 0xFFFFFFFF, false});
+        core.security.add(toys);
+        core.secondary_address = "6166";
+        core.listening = true;
+        core.on_event = [this](const std::string& sentence) { events.push_back(sentence); };
+        peer.address = "192.0.2.1";
+        restart();
+    }
+
+    void restart() { tested = std::make_unique<session>(core, peer); }
+
+    session_step feed(bytes data) {
+        const auto header = decode_header(data);
+        EXPECT_TRUE(header);
+        if (auto verdict = tested->judge_header(*header)) {
+            return std::move(*verdict);
+        }
+        return tested->take(*header, data);
+    }
+
+    void bind_plainly() { ASSERT_EQ(type_of(feed(bind_pdu()).answer), 12U); }
+
+    /// Binds and authenticates with the toy mechanism.
+    void authenticate(unsigned level, const std::string& secret = "secret") {
+        core.security.enable(10, "svc/host");
+        raw_auth auth{10, level, 7, 0, text_bytes("hello")};
+        raw_bind bind;
+        bind.auth = &auth;
+        ASSERT_EQ(type_of(feed(bind_pdu(bind)).answer), 12U);
+        auth.token = text_bytes(secret);
+        const session_step step = feed(pdu(16, 3, 1, bytes(4), true, &auth));
+        EXPECT_TRUE(step.answer.empty());
+        EXPECT_FALSE(step.close);
+    }
+
+    /// A request signed by the client's half of the toy mechanism.
+    bytes signed_request(raw_request request, unsigned level, std::uint32_t context_id = 7) {
+        raw_auth auth{10, level, context_id, static_cast<unsigned>((16 - request.stub.size() % 16) % 16), bytes(16)};
+        request.auth = &auth;
+        bytes data = request_pdu(request);
+        const std::span<std::uint8_t> all(data);
+        client.protect(static_cast<auth_level>(level), all.first(data.size() - 16), 24, request.stub.size() + auth.pad,
+                       all.last(16));
+        return data;
+    }
+
+    std::shared_ptr<toy_provider> toys = std::make_shared<toy_provider>();
+    toy_signer client;
+    server_core core;
+    connection_peer peer;
+    std::vector<std::string> events;
+    std::unique_ptr<session> tested;
+};
+
+TEST_F(SessionTest, BindIsAcknowledgedByteForByte) {
+    raw_bind bind;
+    bind.call_id = 0x01020304;
+    bind.max_receive = 4280;
+    const session_step step = feed(bind_pdu(bind));
+    raw_writer expected;
+    expected.u8(5).u8(0).u8(12).u8(3).u8(0x10).zeros(3).u16(60).u16(0).u32(0x01020304);
+    expected.u16(4280).u16(5840).u32(1);
+    expected.u16(5).text("6166").u8(0).zeros(1);
+    expected.u8(1).zeros(3).u16(0).u16(0).uuid(ndr_syntax).u32(2);
+    EXPECT_EQ(step.answer, expected.data);
+    EXPECT_FALSE(step.close);
+    EXPECT_TRUE(tested->established());
+}
+
+TEST_F(SessionTest, BigEndianBindAndRequestAreUnderstood) {
+    raw_bind bind;
+    bind.little = false;
+    bind.call_id = 9;
+    const session_step ack = feed(bind_pdu(bind));
+    EXPECT_EQ(type_of(ack.answer), 12U);
+    EXPECT_EQ(le32(ack.answer, 12), 9U);
+    EXPECT_EQ(le16(ack.answer, 36), 0U);
+    raw_request request;
+    request.little = false;
+    request.operation = 2;
+    request.stub = {1, 2, 3};
+    const session_step step = feed(request_pdu(request));
+    ASSERT_TRUE(step.call);
+    EXPECT_FALSE(step.call->little_endian);
+    EXPECT_EQ(step.call->operation, 2);
+    EXPECT_EQ(step.call->stub, (bytes{1, 2, 3}));
+}
+
+TEST_F(SessionTest, ContextsAreJudgedOneByOne) {
+    raw_bind bind;
+    raw_context unknown_interface;
+    unknown_interface.interface = "00000000-1111-2222-3333-444444444444";
+    raw_context unknown_syntax;
+    unknown_syntax.syntax = "71710533-beba-4937-8319-b5dbef9ccc36";
+    raw_context newer_minor;
+    newer_minor.minor = 3;
+    raw_context older_minor;
+    older_minor.id = 4;
+    older_minor.minor = 1;
+    raw_context features;
+    features.syntax = "6cb71c2c-9812-4540-0700-000000000000";
+    features.syntax_version = 1;
+    bind.contexts = {unknown_interface, unknown_syntax, newer_minor, older_minor, features};
+    const bytes ack = feed(bind_pdu(bind)).answer;
+    ASSERT_EQ(type_of(ack), 12U);
+    std::vector<std::pair<unsigned, unsigned>> results;
+    for (std::size_t i = 0; i < 5; ++i) {
+        results.emplace_back(le16(ack, 36 + 24 * i), le16(ack, 38 + 24 * i));
+    }
+    EXPECT_THAT(results, testing::ElementsAre(testing::Pair(2, 1), testing::Pair(2, 2), testing::Pair(2, 1), testing::Pair(0, 0),
+                                              testing::Pair(3, 3)));
+}
+
+TEST_F(SessionTest, AlterContextAddsAContextAndHasNoSecondaryAddress) {
+    bind_plainly();
+    raw_bind alter;
+    alter.type = 14;
+    alter.contexts[0].id = 5;
+    const session_step step = feed(bind_pdu(alter));
+    ASSERT_EQ(type_of(step.answer), 15U);
+    EXPECT_EQ(le16(step.answer, 24), 0U);
+    EXPECT_EQ(le16(step.answer, 32), 0U);
+    raw_request request;
+    request.context = 5;
+    EXPECT_TRUE(feed(request_pdu(request)).call);
+}
+
+TEST_F(SessionTest, FeaturesAreNotNegotiatedByAlterContext) {
+    bind_plainly();
+    raw_bind alter;
+    alter.type = 14;
+    alter.contexts[0].syntax = "6cb71c2c-9812-4540-0300-000000000000";
+    alter.contexts[0].syntax_version = 1;
+    const bytes answer = feed(bind_pdu(alter)).answer;
+    EXPECT_EQ(le16(answer, 32), 2U);
+    EXPECT_EQ(le16(answer, 34), 2U);
+}
+
+TEST_F(SessionTest, AContextIdKeepsItsMeaning) {
+    core.limits.contexts = 1;
+    raw_bind bind;
+    raw_context again;
+    raw_context one_too_many;
+    one_too_many.id = 1;
+    bind.contexts = {raw_context{}, again, one_too_many};
+    const bytes ack = feed(bind_pdu(bind)).answer;
+    EXPECT_EQ(le16(ack, 36), 0U);
+    EXPECT_EQ(le16(ack, 60), 0U);
+    EXPECT_EQ(le16(ack, 84), 2U);
+    EXPECT_EQ(le16(ack, 86), 3U);
+}
+
+TEST_F(SessionTest, ContextIdOfAnotherInterfaceIsRejected) {
+    platform::rpc_interface other;
+    other.uuid = uuid_from_text("00000000-1111-2222-3333-444444444444");
+    other.major_version = 1;
+    core.interfaces.add({other, 0xFFFFFFFF, false});
+    bind_plainly();
+    raw_bind alter;
+    alter.type = 14;
+    alter.contexts[0].interface = "00000000-1111-2222-3333-444444444444";
+    const bytes answer = feed(bind_pdu(alter)).answer;
+    EXPECT_EQ(le16(answer, 32), 2U);
+    EXPECT_EQ(le16(answer, 34), 0U);
+}
+
+struct refused_bind {
+    const char* name;
+    void (*change)(raw_bind& bind);
+    unsigned reason;
+};
+
+class RefusedBindTest : public SessionTest, public testing::WithParamInterface<refused_bind> {};
+
+TEST_P(RefusedBindTest, IsAnsweredWithItsReasonAndClosed) {
+    raw_bind bind;
+    bind.call_id = 3;
+    GetParam().change(bind);
+    const session_step step = feed(bind_pdu(bind));
+    raw_writer expected;
+    expected.u8(5).u8(0).u8(13).u8(3).u8(0x10).zeros(3).u16(21).u16(0).u32(3).u16(GetParam().reason).u8(1).u8(5).u8(0);
+    EXPECT_EQ(step.answer, expected.data);
+    EXPECT_TRUE(step.close);
+    EXPECT_FALSE(tested->established());
+}
+
+const raw_auth auth_of_unknown_type{99, 2, 1, 0, {1}};
+const raw_auth auth_of_unknown_level{10, 7, 1, 0, {1}};
+const raw_auth auth_not_offered{10, 2, 1, 0, {1}};
+
+INSTANTIATE_TEST_SUITE_P(
+    Binds, RefusedBindTest,
+    testing::Values(refused_bind{"NoContext", [](raw_bind& bind) { bind.contexts.clear(); }, 0},
+                    refused_bind{"UnknownGroup", [](raw_bind& bind) { bind.group = 77; }, 0},
+                    refused_bind{"TinyReceiver", [](raw_bind& bind) { bind.max_receive = 255; }, 2},
+                    refused_bind{"UnknownAuthentication", [](raw_bind& bind) { bind.auth = &auth_of_unknown_type; }, 8},
+                    refused_bind{"UnknownLevel", [](raw_bind& bind) { bind.auth = &auth_of_unknown_level; }, 8},
+                    refused_bind{"NotOffered", [](raw_bind& bind) { bind.auth = &auth_not_offered; }, 8}),
+    [](const auto& info) { return info.param.name; });
+
+TEST_F(SessionTest, OtherProtocolVersionIsNamedInTheRefusal) {
+    bytes data = bind_pdu();
+    data[0] = 4;
+    const session_step step = feed(data);
+    EXPECT_EQ(type_of(step.answer), 13U);
+    EXPECT_EQ(le16(step.answer, 16), 4U);
+    EXPECT_TRUE(step.close);
+    bytes minor = bind_pdu();
+    minor[1] = 1;
+    restart();
+    EXPECT_EQ(type_of(feed(minor).answer), 12U);
+}
+
+TEST_F(SessionTest, SecondBindIsRefused) {
+    bind_plainly();
+    const session_step step = feed(bind_pdu());
+    EXPECT_EQ(type_of(step.answer), 13U);
+    EXPECT_TRUE(step.close);
+}
+
+TEST_F(SessionTest, CutOffBindIsRefused) {
+    const bytes whole = bind_pdu();
+    for (std::size_t size = 16; size < whole.size(); ++size) {
+        restart();
+        bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+        cut[8] = static_cast<std::uint8_t>(size);
+        const session_step step = feed(cut);
+        EXPECT_EQ(type_of(step.answer), 13U) << size;
+        EXPECT_TRUE(step.close) << size;
+    }
+}
+
+TEST_F(SessionTest, LyingLengthsCloseTheConnection) {
+    for (const auto& [fragment, auth] :
+         std::vector<std::pair<unsigned, unsigned>>{{15, 0}, {0, 0}, {5841, 0}, {72, 49}, {72, 65535}}) {
+        bytes data = bind_pdu();
+        data[8] = static_cast<std::uint8_t>(fragment & 255);
+        data[9] = static_cast<std::uint8_t>(fragment >> 8);
+        data[10] = static_cast<std::uint8_t>(auth & 255);
+        data[11] = static_cast<std::uint8_t>(auth >> 8);
+        const auto verdict = tested->judge_header(*decode_header(data));
+        ASSERT_TRUE(verdict) << fragment << ' ' << auth;
+        EXPECT_TRUE(verdict->close);
+        EXPECT_TRUE(verdict->answer.empty());
+    }
+}
+
+TEST_F(SessionTest, AssociationGroupLivesAsLongAsItsMembers) {
+    const std::uint32_t group = le32(feed(bind_pdu()).answer, 20);
+    session second(core, peer);
+    raw_bind join;
+    join.group = group;
+    bytes data = bind_pdu(join);
+    EXPECT_EQ(le32(second.take(*decode_header(data), data).answer, 20), group);
+    restart();
+    session third(core, peer);
+    data = bind_pdu(join);
+    EXPECT_EQ(type_of(third.take(*decode_header(data), data).answer), 12U);
+}
+
+TEST_F(SessionTest, AssociationGroupEndsWithItsLastMember) {
+    raw_bind join;
+    join.group = le32(feed(bind_pdu()).answer, 20);
+    restart();
+    EXPECT_EQ(type_of(feed(bind_pdu(join)).answer), 13U);
+}
+
+TEST_F(SessionTest, RequestBeforeBindIsAProtocolError) {
+    const session_step step = feed(request_pdu());
+    EXPECT_EQ(fault_of(step.answer), 0x1C01000BU);
+    EXPECT_TRUE(step.close);
+}
+
+TEST_F(SessionTest, UnknownContextAndOperationAreFaultsThatTheConnectionSurvives) {
+    bind_plainly();
+    raw_request request;
+    request.context = 9;
+    request.call_id = 4;
+    session_step step = feed(request_pdu(request));
+    raw_writer expected;
+    expected.u8(5).u8(0).u8(3).u8(0x23).u8(0x10).zeros(3).u16(32).u16(0).u32(4).u32(0).u16(9).zeros(2).u32(0x1C010003).zeros(4);
+    EXPECT_EQ(step.answer, expected.data);
+    EXPECT_FALSE(step.close);
+    request.context = 0;
+    request.operation = 3;
+    step = feed(request_pdu(request));
+    EXPECT_EQ(fault_of(step.answer), 0x1C010002U);
+    EXPECT_FALSE(step.close);
+    request.operation = 2;
+    EXPECT_TRUE(feed(request_pdu(request)).call);
+}
+
+TEST_F(SessionTest, ObjectUuidStandsInFrontOfTheStub) {
+    bind_plainly();
+    raw_request request;
+    request.flags = 0x83;
+    request.stub = raw_writer().uuid(test_interface).text("stub").data;
+    const session_step step = feed(request_pdu(request));
+    ASSERT_TRUE(step.call);
+    EXPECT_EQ(step.call->stub, text_bytes("stub"));
+    request.stub.resize(15);
+    EXPECT_EQ(fault_of(feed(request_pdu(request)).answer), 0x1C01000BU);
+}
+
+TEST_F(SessionTest, FragmentsAreJoined) {
+    bind_plainly();
+    raw_request request;
+    request.flags = 1;
+    request.operation = 1;
+    request.stub = text_bytes("one ");
+    EXPECT_FALSE(feed(request_pdu(request)).call);
+    EXPECT_TRUE(tested->request_incomplete());
+    EXPECT_EQ(core.pending_request_bytes, 4U);
+    request.flags = 0;
+    request.stub = text_bytes("two ");
+    EXPECT_FALSE(feed(request_pdu(request)).call);
+    request.flags = 2;
+    request.stub = text_bytes("three");
+    const session_step step = feed(request_pdu(request));
+    ASSERT_TRUE(step.call);
+    EXPECT_EQ(step.call->stub, text_bytes("one two three"));
+    EXPECT_FALSE(tested->request_incomplete());
+    EXPECT_EQ(core.pending_request_bytes, 0U);
+}
+
+TEST_F(SessionTest, FragmentsOutOfOrderAreProtocolErrors) {
+    raw_request first;
+    first.flags = 1;
+    raw_request middle;
+    middle.flags = 0;
+    raw_request other_call;
+    other_call.flags = 2;
+    other_call.call_id = 3;
+    raw_request other_order;
+    other_order.flags = 2;
+    other_order.little = false;
+    const std::vector<std::vector<raw_request>> sequences{{middle}, {first, first}, {first, other_call}, {first, other_order}};
+    for (const auto& sequence : sequences) {
+        restart();
+        bind_plainly();
+        session_step step;
+        for (const raw_request& request : sequence) {
+            step = feed(request_pdu(request));
+        }
+        EXPECT_EQ(fault_of(step.answer), 0x1C01000BU);
+        EXPECT_TRUE(step.close);
+    }
+    EXPECT_EQ(core.groups.join(1), 0U) << "groups of closed sessions are gone";
+}
+
+TEST_F(SessionTest, RequestAboveTheLimitIsRefusedWhereItGrowsTooLong) {
+    core.limits.unauthenticated_request_bytes = 10;
+    bind_plainly();
+    raw_request request;
+    request.flags = 1;
+    request.stub = bytes(10);
+    EXPECT_TRUE(feed(request_pdu(request)).answer.empty());
+    request.flags = 0;
+    request.stub = bytes(1);
+    const session_step step = feed(request_pdu(request));
+    EXPECT_EQ(fault_of(step.answer), 5U);
+    EXPECT_TRUE(step.close);
+    EXPECT_THAT(events, testing::ElementsAre("RPC client 192.0.2.1 sent a request above the size limit and was disconnected."));
+    restart();
+    EXPECT_EQ(core.pending_request_bytes, 0U);
+}
+
+TEST_F(SessionTest, LocalCallersCountAsAuthenticatedForTheLimit) {
+    core.limits.unauthenticated_request_bytes = 10;
+    peer.identity.authenticated = true;
+    restart();
+    bind_plainly();
+    raw_request request;
+    request.stub = bytes(11);
+    EXPECT_TRUE(feed(request_pdu(request)).call);
+}
+
+TEST_F(SessionTest, AllPendingRequestsTogetherHaveALimit) {
+    core.limits.pending_request_bytes = 15;
+    session second(core, peer);
+    bytes data = bind_pdu();
+    (void)second.take(*decode_header(data), data);
+    raw_request request;
+    request.flags = 1;
+    request.stub = bytes(10);
+    data = request_pdu(request);
+    EXPECT_FALSE(second.take(*decode_header(data), data).close);
+    bind_plainly();
+    const session_step step = feed(request_pdu(request));
+    EXPECT_EQ(fault_of(step.answer), 0x1C00001BU);
+    EXPECT_TRUE(step.close);
+    restart();
+    EXPECT_EQ(core.pending_request_bytes, 10U);
+}
+
+TEST_F(SessionTest, OrphanedDropsTheRequestInAssemblyOnly) {
+    bind_plainly();
+    raw_request request;
+    request.flags = 1;
+    request.stub = bytes(4);
+    (void)feed(request_pdu(request));
+    (void)feed(pdu(19, 3, 99, {}));
+    EXPECT_TRUE(tested->request_incomplete());
+    (void)feed(pdu(18, 3, 2, {}));
+    EXPECT_TRUE(tested->request_incomplete());
+    const session_step step = feed(pdu(19, 3, 2, {}));
+    EXPECT_FALSE(step.close);
+    EXPECT_FALSE(tested->request_incomplete());
+    EXPECT_EQ(core.pending_request_bytes, 0U);
+    request.flags = 3;
+    EXPECT_TRUE(feed(request_pdu(request)).call);
+}
+
+TEST_F(SessionTest, PdusThatAServerNeverGetsCloseTheConnection) {
+    for (const unsigned type : {1U, 2U, 3U, 12U, 13U, 15U, 17U, 20U, 255U}) {
+        restart();
+        bind_plainly();
+        const session_step step = feed(pdu(type, 3, 1, bytes(16)));
+        EXPECT_TRUE(step.close) << type;
+        EXPECT_TRUE(step.answer.empty()) << type;
+    }
+}
+
+TEST_F(SessionTest, MaybeCallIsNotAnswered) {
+    bind_plainly();
+    raw_request request;
+    request.flags = 0x43;
+    session_step step = feed(request_pdu(request));
+    ASSERT_TRUE(step.call);
+    EXPECT_TRUE(serve(*step.call).pieces.empty());
+    request.operation = 8;
+    step = feed(request_pdu(request));
+    EXPECT_FALSE(step.call);
+    EXPECT_TRUE(step.answer.empty());
+}
+
+TEST_F(SessionTest, AuthenticationTakesThreeLegs) {
+    core.security.enable(10, "svc/host");
+    raw_auth auth{10, 5, 7, 0, text_bytes("hello")};
+    raw_bind bind;
+    bind.flags = 7;
+    bind.auth = &auth;
+    const bytes ack = feed(bind_pdu(bind)).answer;
+    ASSERT_EQ(type_of(ack), 12U);
+    EXPECT_EQ(ack[3], 7) << "header signing is agreed";
+    EXPECT_EQ(le16(ack, 10), 9U);
+    const bytes trailer(ack.end() - 17, ack.end());
+    EXPECT_EQ(trailer, raw_writer().u8(10).u8(5).u16(0).u32(7).text("challenge").data);
+    EXPECT_FALSE(tested->established()) << "half authenticated still counts against the time to bind";
+    auth.token = text_bytes("secret");
+    (void)feed(pdu(16, 3, 1, bytes(4), true, &auth));
+    EXPECT_TRUE(tested->established());
+    raw_request request;
+    request.stub = text_bytes("twelve bytes");
+    const session_step step = feed(signed_request(request, 5));
+    ASSERT_TRUE(step.call);
+    EXPECT_EQ(step.call->stub, request.stub);
+    EXPECT_EQ(step.call->identity->name, "TOY\\user");
+    EXPECT_TRUE(step.call->protection.signs());
+}
+
+TEST_F(SessionTest, PrivacyIsDecrypted) {
+    authenticate(6);
+    raw_request request;
+    request.stub = text_bytes("secret words");
+    const bytes data = signed_request(request, 6);
+    EXPECT_EQ(std::search(data.begin(), data.end(), request.stub.begin(), request.stub.end()), data.end());
+    const session_step step = feed(data);
+    ASSERT_TRUE(step.call);
+    EXPECT_EQ(step.call->stub, request.stub);
+}
+
+TEST_F(SessionTest, AuthenticationMayEndByAlterContext) {
+    core.security.enable(10, "svc/host");
+    raw_auth auth{10, 2, 7, 0, text_bytes("hello")};
+    raw_bind bind;
+    bind.auth = &auth;
+    (void)feed(bind_pdu(bind));
+    auth.token = text_bytes("secret");
+    bind.type = 14;
+    EXPECT_EQ(type_of(feed(bind_pdu(bind)).answer), 15U);
+    const session_step step = feed(request_pdu());
+    ASSERT_TRUE(step.call);
+    EXPECT_TRUE(step.call->identity->authenticated);
+}
+
+TEST_F(SessionTest, WrongProofByAlterContextIsFaultFive) {
+    core.security.enable(10, "svc/host");
+    raw_auth auth{10, 2, 7, 0, text_bytes("hello")};
+    raw_bind bind;
+    bind.auth = &auth;
+    (void)feed(bind_pdu(bind));
+    auth.token = text_bytes("wrong");
+    bind.type = 14;
+    const session_step step = feed(bind_pdu(bind));
+    EXPECT_EQ(fault_of(step.answer), 5U);
+    EXPECT_TRUE(step.close);
+}
+
+TEST_F(SessionTest, WrongFirstTokenIsABindRefusal) {
+    core.security.enable(10, "svc/host");
+    const raw_auth auth{10, 2, 7, 0, text_bytes("nonsense")};
+    raw_bind bind;
+    bind.auth = &auth;
+    const session_step step = feed(bind_pdu(bind));
+    EXPECT_EQ(type_of(step.answer), 13U);
+    EXPECT_EQ(le16(step.answer, 16), 9U);
+    EXPECT_TRUE(step.close);
+    EXPECT_THAT(events, testing::ElementsAre("RPC client 192.0.2.1 failed to authenticate."));
+}
+
+TEST_F(SessionTest, LevelThatTheMechanismCannotServeIsRefused) {
+    core.security.enable(10, "svc/host");
+    toys->refused_level = auth_level::privacy;
+    const raw_auth auth{10, 6, 7, 0, text_bytes("hello")};
+    raw_bind bind;
+    bind.auth = &auth;
+    const session_step step = feed(bind_pdu(bind));
+    EXPECT_EQ(le16(step.answer, 16), 8U);
+    EXPECT_THAT(events,
+                testing::ElementsAre("RPC client 192.0.2.1 asked for authentication service 10 at level 6, which is not offered."));
+}
+
+TEST_F(SessionTest, RefusalOfAuth3ShowsAtTheNextRequest) {
+    for (const unsigned level : {2U, 5U}) {
+        restart();
+        authenticate(level, "wrong");
+        const session_step step = feed(request_pdu());
+        EXPECT_EQ(fault_of(step.answer), 5U);
+        EXPECT_TRUE(step.close);
+    }
+}
+
+TEST_F(SessionTest, RequestBeforeTheLastLegIsRefused) {
+    core.security.enable(10, "svc/host");
+    const raw_auth auth{10, 2, 7, 0, text_bytes("hello")};
+    raw_bind bind;
+    bind.auth = &auth;
+    (void)feed(bind_pdu(bind));
+    EXPECT_EQ(fault_of(feed(request_pdu()).answer), 5U);
+}
+
+TEST_F(SessionTest, UnsignedRequestIsRefusedWhereSignaturesWerePromised) {
+    for (const unsigned level : {4U, 5U, 6U}) {
+        restart();
+        authenticate(level);
+        const session_step step = feed(request_pdu());
+        EXPECT_EQ(fault_of(step.answer), 5U) << level;
+        EXPECT_TRUE(step.close) << level;
+    }
+}
+
+TEST_F(SessionTest, VerifierAtLevelConnectIsToleratedAndCutOff) {
+    authenticate(2);
+    const raw_auth auth{10, 2, 7, 4, bytes(16)};
+    raw_request request;
+    request.stub = text_bytes("stub");
+    request.auth = &auth;
+    const session_step step = feed(request_pdu(request));
+    ASSERT_TRUE(step.call);
+    EXPECT_EQ(step.call->stub, text_bytes("stub"));
+    EXPECT_FALSE(step.call->protection.signs());
+}
+
+TEST_F(SessionTest, TamperedOrReplayedRequestIsASecurityFault) {
+    authenticate(5);
+    raw_request request;
+    request.stub = text_bytes("pay 1 euro");
+    const bytes good = signed_request(request, 5);
+    EXPECT_TRUE(feed(good).call);
+    EXPECT_EQ(fault_of(feed(good).answer), 0x721U);
+    restart();
+    authenticate(5);
+    client = toy_signer();
+    bytes changed = signed_request(request, 5);
+    changed[28] = '9';
+    const session_step step = feed(changed);
+    EXPECT_EQ(fault_of(step.answer), 0x721U);
+    EXPECT_TRUE(step.close);
+}
+
+TEST_F(SessionTest, VerifierOfAnotherKindIsRefused) {
+    const raw_request request;
+    authenticate(5);
+    EXPECT_EQ(fault_of(feed(signed_request(request, 5, 8)).answer), 5U) << "unknown authentication";
+    restart();
+    authenticate(5);
+    EXPECT_EQ(fault_of(feed(signed_request(request, 6)).answer), 5U) << "other level";
+    restart();
+    authenticate(5);
+    const raw_auth short_token{10, 5, 7, 0, bytes(8)};
+    raw_request with_short_token;
+    with_short_token.auth = &short_token;
+    EXPECT_EQ(fault_of(feed(request_pdu(with_short_token)).answer), 0x721U) << "signature of wrong size";
+    restart();
+    authenticate(5);
+    raw_auth long_pad{10, 5, 7, 0, bytes(16)};
+    raw_request with_long_pad;
+    with_long_pad.auth = &long_pad;
+    bytes data = request_pdu(with_long_pad);
+    data[26] = 1;  // more padding than there is body
+    EXPECT_EQ(fault_of(feed(data).answer), 0x1C01000BU);
+}
+
+TEST_F(SessionTest, CallLevelIsRaisedToPacket) {
+    authenticate(3);
+    raw_request request;
+    const session_step step = feed(signed_request(request, 4));
+    ASSERT_TRUE(step.call);
+    EXPECT_EQ(step.call->protection.level, auth_level::packet);
+}
+
+TEST_F(SessionTest, FinishedAuthenticationIsNotTakenUpAgain) {
+    authenticate(2);
+    const raw_auth auth{10, 2, 7, 0, text_bytes("secret")};
+    (void)feed(pdu(16, 3, 1, bytes(4), true, &auth));
+    EXPECT_EQ(fault_of(feed(request_pdu()).answer), 5U);
+}
+
+TEST_F(SessionTest, AuthenticationsOfAConnectionAreLimited) {
+    core.limits.authentications = 2;
+    authenticate(2);
+    for (const std::uint32_t id : {8U, 9U}) {
+        const raw_auth auth{10, 2, id, 0, text_bytes("hello")};
+        raw_bind alter;
+        alter.type = 14;
+        alter.auth = &auth;
+        EXPECT_EQ(type_of(feed(bind_pdu(alter)).answer), id == 8 ? 15U : 3U);
+    }
+}
+
+TEST_F(SessionTest, UnauthenticatedCallerIsCalledThat) {
+    bind_plainly();
+    const session_step step = feed(request_pdu());
+    ASSERT_TRUE(step.call);
+    EXPECT_FALSE(step.call->identity->authenticated);
+    EXPECT_FALSE(step.call->protection.signs());
+}
+
+TEST_F(SessionTest, NegotiateOpensTheMechanismsThatItChoosesFrom) {
+    EXPECT_EQ(core.security.enable(9, "svc/host"), 1747U);
+    EXPECT_EQ(core.security.find(10), nullptr);
+    core.security.add(std::make_shared<toy_provider>(std::uint8_t{9}));
+    EXPECT_EQ(core.security.enable(9, "svc/host"), 0U);
+    EXPECT_NE(core.security.find(9), nullptr);
+    EXPECT_NE(core.security.find(10), nullptr);
+    EXPECT_EQ(core.security.find(16), nullptr);
+    EXPECT_EQ(*core.security.principal(9), "svc/host");
+    EXPECT_EQ(core.security.principal(10), nullptr);
+}
+
+}  // namespace

@@ -74,46 +74,38 @@ constexpr std::string_view element_attributes[] = {
 constexpr std::string_view address_attributes[] = {"ElementAddress", "ElementType"};
 constexpr winxml::element_shape element_children[] = {{"Element", address_attributes}, {"SrcElementAddress", address_attributes}};
 
-/// Serial numbers and bar codes as they are shown: with the postfixes of the settings. Lives for one list, whose running
-/// number it counts.
+/// Serial numbers and bar codes as they are shown, for the elements of one list in order. Without postfixes in the settings,
+/// the usual case, the device's own bytes go through untouched and uncopied.
 class element_names {
 public:
-    element_names(ELEMENT_TYPE type, bool custom)
-        : numbered_(custom && !gCustomPostfix.empty()),
-          device_postfix_wins_(type == ChangerDrive && !gDeviceSerialPostfix.empty()),
-          serial_postfix_(text::wide_to_utf8(device_postfix_wins_ ? gDeviceSerialPostfix
-                                             : numbered_          ? gCustomPostfix
-                                                                  : std::u16string())),
-          bar_code_postfix_(text::wide_to_utf8(gBarcodesPostfix)) {}
+    element_names(SerialNumberRules::custom_postfix custom, IChangerHandle& changer)
+        : serials_change_(!gDeviceSerialPostfix.empty() ||
+                          (custom != SerialNumberRules::custom_postfix::never && !gCustomPostfix.empty())),
+          bar_codes_change_(!gBarcodesPostfix.empty()),
+          serials_(custom, serials_change_ ? changer.GetDeviceName() : std::u16string()) {}
 
     /// Valid until the next call.
-    std::string_view serial_number(std::string_view reported) {
-        if (serial_postfix_.empty()) {
+    std::string_view serial_number(std::string_view reported, ELEMENT_TYPE type) {
+        if (!serials_change_) {
             return reported;
         }
-        serial_.assign(reported).append(serial_postfix_);
-        if (numbered_ && !device_postfix_wins_) {
-            serial_.append(text::to_string(number_));
-        }
-        ++number_;
+        serial_ = text::wide_to_utf8(serials_.Next(text::utf8_to_wide_lenient(reported), type));
         return serial_;
     }
 
-    /// Valid until the next call. An empty bar code stays empty.
+    /// Valid until the next call.
     std::string_view bar_code(const CHANGER_ELEMENT_STATUS_EX& status) {
-        const std::string_view reported = device_text(status.PrimaryVolumeID);
-        if (reported.empty() || bar_code_postfix_.empty()) {
-            return reported;
+        if (!bar_codes_change_) {
+            return device_text(status.PrimaryVolumeID);
         }
-        return bar_code_.assign(reported).append(bar_code_postfix_);
+        bar_code_ = text::wide_to_utf8(SerialNumberRules::ShownBarcode(status.PrimaryVolumeID));
+        return bar_code_;
     }
 
 private:
-    bool numbered_;
-    bool device_postfix_wins_;
-    std::string serial_postfix_;
-    std::string bar_code_postfix_;
-    std::uint32_t number_ = 0;
+    bool serials_change_;
+    bool bar_codes_change_;
+    SerialNumberRules::CElementSerials serials_;
     std::string serial_;
     std::string bar_code_;
 };
@@ -151,8 +143,9 @@ std::uint16_t element_maximum(const GET_CHANGER_PARAMETERS& parameters, ELEMENT_
     }
 }
 
-bool is_custom_changer(IChangerHandle& changer, ELEMENT_TYPE type) {
-    return type == ChangerDrive && changer.GetDeviceName() == gCustomChanger;
+/// Only drives can take the custom postfix.
+SerialNumberRules::custom_postfix custom_rule(ELEMENT_TYPE type) {
+    return type == ChangerDrive ? SerialNumberRules::custom_postfix::for_custom_changer : SerialNumberRules::custom_postfix::never;
 }
 
 void write_list_identity(winxml::record_stream_t& list, IChangerHandle& changer) {
@@ -165,7 +158,7 @@ void write_list_identity(winxml::record_stream_t& list, IChangerHandle& changer)
 /// All elements of a type, and the changer's identity behind them.
 void write_whole_list(winxml::record_stream_t& list, std::string_view element_name, ELEMENT_TYPE type, IChangerHandle& changer) {
     const std::uint16_t count = element_maximum(changer.GetParameters(), type);
-    WriteElementList(list, element_name, type, is_custom_changer(changer, type), count, 0, changer);
+    WriteElementList(list, element_name, type, custom_rule(type), count, 0, changer);
     write_list_identity(list, changer);
 }
 
@@ -192,7 +185,8 @@ void WriteAddress(const winxml::node_t& node, const SCSI_ADDRESS& address) {
 
 void WriteProductData(const winxml::node_t& node, IChangerHandle& changer) {
     const winxml::node_t child = winxml::add_element(node, "Data");
-    winxml::set_attribute(child, "SerialNumber", text::wide_to_utf8(changer.GetSerialNumber() + gDeviceSerialPostfix));
+    winxml::set_attribute(child, "SerialNumber",
+                          text::wide_to_utf8(SerialNumberRules::ShownDeviceSerial(changer.GetSerialNumber())));
     CHANGER_PRODUCT_DATA data;
     if (!changer.GetProductData(data)) {
         return;
@@ -224,20 +218,20 @@ void WriteIEPortStatusList(winxml::record_stream_t& list, IChangerHandle& change
 
 void WriteElementStatusList(winxml::record_stream_t& list, const element_range& range, IChangerHandle& changer) {
     const std::int32_t maximum = element_maximum(changer.GetParameters(), range.type);
-    const bool custom = is_custom_changer(changer, range.type);
     if (range.first < 0 || range.first > maximum) {
         const std::uint32_t error = exc::last_error();
         throw exc::win_sys_exc_t("Incorrect first element number. Elements adds = %1, Max count = %2", text::to_string(range.first),
                                  text::to_string(maximum), error);
     }
     const std::int32_t count = std::min<std::int32_t>(range.count, maximum - range.first);
-    WriteElementList(list, "ElementStatus", range.type, custom, static_cast<std::uint16_t>(count),
+    WriteElementList(list, "ElementStatus", range.type, custom_rule(range.type), static_cast<std::uint16_t>(count),
                      static_cast<std::uint16_t>(range.first), changer);
     write_list_identity(list, changer);
 }
 
-void WriteElementList(winxml::record_stream_t& list, std::string_view element_name, ELEMENT_TYPE type, bool custom,
-                      std::uint16_t count, std::uint16_t first, IChangerHandle& changer) {
+void WriteElementList(winxml::record_stream_t& list, std::string_view element_name, ELEMENT_TYPE type,
+                      SerialNumberRules::custom_postfix custom, std::uint16_t count, std::uint16_t first, IChangerHandle& changer) {
+    element_names names(custom, changer);
     const ElementStatusList elements = changer.GetElementStatus(first, type, true, count);
     const SerialNameList serials = changer.GetSerialNames(elements, type);
     if (serials->empty() && !elements->empty()) {
@@ -248,10 +242,9 @@ void WriteElementList(winxml::record_stream_t& list, std::string_view element_na
     }
     const winxml::record_layout_t layout({{element_name, element_attributes}, element_children}, list.form());
     list.expect_records(elements->size());
-    element_names names(type, custom);
     for (std::size_t index = 0; index < elements->size(); ++index) {
         const CHANGER_ELEMENT_STATUS_EX& status = (*elements)[index];
-        write_element(list, layout, status, names.serial_number((*serials)[index]), names.bar_code(status));
+        write_element(list, layout, status, names.serial_number((*serials)[index], type), names.bar_code(status));
     }
 }
 

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "changer/changer_interface.h"
+#include "drive/serial_numbers.h"
 #include "foundation/winxml/record_stream.h"
 #include "foundation/winxml/xml.h"
 
@@ -36,9 +37,9 @@ void WriteSlotStatusList(winxml::record_stream_t& list, IChangerHandle& changer)
 void WriteIEPortStatusList(winxml::record_stream_t& list, IChangerHandle& changer);
 void WriteElementStatusList(winxml::record_stream_t& list, const element_range& range, IChangerHandle& changer);
 
-/// Reads `count` elements from `first` on and writes a record named `element_name` for each. `custom` says that the changer
-/// is the one whose elements get the custom postfix.
-void WriteElementList(winxml::record_stream_t& list, std::string_view element_name, ELEMENT_TYPE type, bool custom,
-                      std::uint16_t count, std::uint16_t first, IChangerHandle& changer);
+/// Reads `count` elements from `first` on and writes a record named `element_name` for each. `custom` tells whether
+/// the elements can take the custom postfix.
+void WriteElementList(winxml::record_stream_t& list, std::string_view element_name, ELEMENT_TYPE type,
+                      SerialNumberRules::custom_postfix custom, std::uint16_t count, std::uint16_t first, IChangerHandle& changer);
 
 }  // namespace CDeviceRecordWriter

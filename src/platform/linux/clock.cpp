@@ -1,0 +1,56 @@
+#include "platform/linux/clock.h"
+
+#include <cerrno>
+#include <ctime>
+
+namespace platform::linux_os {
+
+namespace {
+
+timespec monotonic_now() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now;
+}
+
+}  // namespace
+
+linux_clock::linux_clock() {
+    tzset();
+}
+
+std::int64_t linux_clock::seconds() {
+    return monotonic_now().tv_sec;
+}
+
+std::int64_t linux_clock::milliseconds() {
+    const timespec now = monotonic_now();
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
+local_time linux_clock::now_local() {
+    const std::time_t now = std::time(nullptr);
+    std::tm parts{};
+    if (now == static_cast<std::time_t>(-1) || localtime_r(&now, &parts) == nullptr) {
+        return {};
+    }
+    return {true, parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec};
+}
+
+void linux_clock::sleep(std::int64_t milliseconds) {
+    if (milliseconds <= 0) {
+        return;
+    }
+    // Until a fixed moment: signals that interrupt the wait don't lengthen it.
+    timespec until = monotonic_now();
+    until.tv_sec += milliseconds / 1000;
+    until.tv_nsec += milliseconds % 1000 * 1'000'000;
+    if (until.tv_nsec >= 1'000'000'000) {
+        until.tv_nsec -= 1'000'000'000;
+        ++until.tv_sec;
+    }
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
+    }
+}
+
+}  // namespace platform::linux_os

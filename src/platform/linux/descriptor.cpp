@@ -1,0 +1,82 @@
+#include "platform/linux/descriptor.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+namespace platform::linux_os {
+
+void descriptor::reset() {
+    if (number_ >= 0) {
+        close(number_);
+        number_ = -1;
+    }
+}
+
+int open_descriptor(const std::string& path, int flags, unsigned mode, descriptor& opened) {
+    int number = -1;
+    do {
+        number = open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, mode);
+    } while (number < 0 && errno == EINTR);
+    if (number < 0) {
+        return errno;
+    }
+    opened = descriptor(number);
+    return 0;
+}
+
+int write_all(int number, std::span<const std::uint8_t> data, std::size_t& count) {
+    count = 0;
+    while (count < data.size()) {
+        const ssize_t written = write(number, data.data() + count, data.size() - count);
+        if (written < 0 && errno != EINTR) {
+            return errno;
+        }
+        if (written == 0) {
+            return ENOSPC;
+        }
+        count += written > 0 ? static_cast<std::size_t>(written) : 0;
+    }
+    return 0;
+}
+
+int read_all(int number, std::size_t limit, std::string& content) {
+    content.clear();
+    std::array<char, 65536> block{};
+    while (true) {
+        const ssize_t count = read(number, block.data(), block.size());
+        if (count < 0 && errno != EINTR) {
+            return errno;
+        }
+        if (count == 0) {
+            return 0;
+        }
+        if (count > 0) {
+            content.append(block.data(), static_cast<std::size_t>(count));
+        }
+        if (content.size() > limit) {
+            return EFBIG;
+        }
+    }
+}
+
+int sync_folder(const std::string& folder) {
+    descriptor opened;
+    if (const int failure = open_descriptor(folder, O_RDONLY | O_DIRECTORY, 0, opened)) {
+        return failure;
+    }
+    // A file system that has nothing to sync for a folder says so; that is no failure.
+    return fsync(opened.get()) == 0 || errno == EINVAL || errno == ENOTSUP ? 0 : errno;
+}
+
+std::string folder_of(const std::string& path) {
+    const std::size_t last = path.rfind('/');
+    if (last == std::string::npos) {
+        return ".";
+    }
+    return last == 0 ? "/" : path.substr(0, last);
+}
+
+}  // namespace platform::linux_os

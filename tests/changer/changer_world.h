@@ -28,8 +28,6 @@ inline constexpr char tape_key[] = "SOFTWARE\\Tarno\\Tarno Backup Tape";
 
 /// As an answer's error: the control fails and leaves 0 as the last error.
 inline constexpr std::uint32_t silent_failure = 0xE0000001;
-/// As an answer's error: the control fails with 1117, but the block's output has been written all the same.
-inline constexpr std::uint32_t failure_with_block = 0xE0000002;
 
 /// Scripted devices whose failures may be silent, or come with a block.
 class failing_devices final : public platform::devices {

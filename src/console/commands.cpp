@@ -56,7 +56,8 @@ std::string state_of(const element_view& view) {
     std::string state = view.full ? "full" : "empty";
     if (view.abnormal) {
         std::array<char, 32> code{};
-        std::snprintf(code.data(), code.size(), ", exception %02X/%02X", (view.exception_code >> 8) & 0xFFU, view.exception_code & 0xFFU);
+        std::snprintf(code.data(), code.size(), ", exception %02X/%02X", (view.exception_code >> 8) & 0xFFU,
+                      view.exception_code & 0xFFU);
         state += code.data();
     }
     return state;
@@ -74,8 +75,8 @@ void report_move(const output& out, const element_reference& from, const element
 std::string output_value(const std::string& answer, const char* name) {
     try {
         const winxml::document_t document = winxml::parse_xml(text::utf8_to_wide(answer));
-        return winxml::get_attribute(winxml::get_element(winxml::get_element(winxml::document_node(document), "OutputArguments"), name),
-                                     "value");
+        return winxml::get_attribute(
+            winxml::get_element(winxml::get_element(winxml::document_node(document), "OutputArguments"), name), "value");
     } catch (const std::exception& e) {
         throw failure(exit_code::bad_answer, std::string("The server's answer can't be understood: ") + e.what());
     }
@@ -87,7 +88,8 @@ void list_changers(library_view& library, const output& out) {
     const std::vector<changer_view> views = library.changers();
     if (out.json) {
         json list = json::array();
-        std::transform(views.begin(), views.end(), std::back_inserter(list), [](const changer_view& view) { return to_json(view); });
+        std::transform(views.begin(), views.end(), std::back_inserter(list),
+                       [](const changer_view& view) { return to_json(view); });
         print_json(out, list);
         return;
     }
@@ -127,14 +129,16 @@ void show_inventory(library_view& library, const std::string& link, bool with_em
         slots += is_slot ? 1 : 0;
         full_slots += is_slot && view.full ? 1 : 0;
         if (!is_slot || view.full || view.abnormal || with_empty_slots) {
-            rows.add({to_text(view.element), state_of(view), view.barcode, view.has_source ? to_text(view.source) : "", view.serial});
+            rows.add(
+                {to_text(view.element), state_of(view), view.barcode, view.has_source ? to_text(view.source) : "", view.serial});
         }
     }
     rows.print(out.stream);
     out.stream << full_slots << " of " << slots << " slots are full.\n";
 }
 
-void move(library_view& library, const std::string& link, const element_reference& from, const element_reference& to, const output& out) {
+void move(library_view& library, const std::string& link, const element_reference& from, const element_reference& to,
+          const output& out) {
     library.move(link, from, to);
     report_move(out, from, to);
 }
@@ -147,7 +151,8 @@ void unload(library_view& library, const std::string& link, std::uint32_t drive,
     element_reference to{element_kind::slot, static_cast<std::uint32_t>(slot)};
     if (slot < 0) {
         const std::vector<element_view> drives = library.elements(link, element_kind::drive);
-        const auto found = std::find_if(drives.begin(), drives.end(), [drive](const element_view& view) { return view.element.number == drive; });
+        const auto found =
+            std::find_if(drives.begin(), drives.end(), [drive](const element_view& view) { return view.element.number == drive; });
         if (found == drives.end()) {
             throw failure(exit_code::usage, "The library has no drive " + text::to_string(drive) + ".");
         }
@@ -155,8 +160,8 @@ void unload(library_view& library, const std::string& link, std::uint32_t drive,
             throw failure(exit_code::call_failed, "Drive " + text::to_string(drive) + " is empty.");
         }
         if (!found->has_source) {
-            throw failure(exit_code::usage, "The library doesn't say which element the cartridge in drive " + text::to_string(drive) +
-                                                " came from. Name a slot: tarnoctl unload DRIVE SLOT.");
+            throw failure(exit_code::usage, "The library doesn't say which element the cartridge in drive " +
+                                                text::to_string(drive) + " came from. Name a slot: tarnoctl unload DRIVE SLOT.");
         }
         to = found->source;
     }
@@ -181,8 +186,8 @@ void set_owner(connection& server, const std::string& name, const output& out) {
     }
 }
 
-void call_procedure(connection& server, const std::string& procedure, const std::vector<std::string>& words, const std::string& owner,
-                    const output& out) {
+void call_procedure(connection& server, const std::string& procedure, const std::vector<std::string>& words,
+                    const std::string& owner, const output& out) {
     argument_list arguments;
     for (const std::string& word : words) {
         const std::size_t equals = word.find('=');
@@ -191,7 +196,8 @@ void call_procedure(connection& server, const std::string& procedure, const std:
         }
         arguments.emplace_back(word.substr(0, equals), word.substr(equals + 1));
     }
-    const bool names_owner = std::any_of(arguments.begin(), arguments.end(), [](const auto& argument) { return argument.first == "OwnerName"; });
+    const bool names_owner =
+        std::any_of(arguments.begin(), arguments.end(), [](const auto& argument) { return argument.first == "OwnerName"; });
     if (!owner.empty() && !names_owner) {
         arguments.emplace_back("OwnerName", owner);
     }

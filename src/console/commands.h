@@ -21,11 +21,12 @@ void show_inventory(library_view& library, const std::string& link, bool with_em
 void load(library_view& library, const std::string& link, std::uint32_t slot, std::uint32_t drive, const output& out);
 /// Without a slot (`slot` below 0) the cartridge goes back to where it came from.
 void unload(library_view& library, const std::string& link, std::uint32_t drive, std::int64_t slot, const output& out);
-void move(library_view& library, const std::string& link, const element_reference& from, const element_reference& to, const output& out);
+void move(library_view& library, const std::string& link, const element_reference& from, const element_reference& to,
+          const output& out);
 void show_owner(connection& server, const output& out);
 void set_owner(connection& server, const std::string& name, const output& out);
 /// Prints the output XML as it came. Each of `words` is Name=value.
-void call_procedure(connection& server, const std::string& procedure, const std::vector<std::string>& words, const std::string& owner,
-                    const output& out);
+void call_procedure(connection& server, const std::string& procedure, const std::vector<std::string>& words,
+                    const std::string& owner, const output& out);
 
 }  // namespace console

@@ -12,11 +12,11 @@ namespace console {
 /// Exit codes, by kind of failure.
 enum class exit_code : int {
     done = 0,
-    call_failed = 1,     ///< the server did the call and says that it failed
-    usage = 2,           ///< the command line makes no sense
-    not_connected = 3,   ///< nobody answers, or the connection was lost
-    not_let_in = 4,      ///< the server refuses this user
-    bad_answer = 5       ///< the answer can't be understood
+    call_failed = 1,    ///< the server did the call and says that it failed
+    usage = 2,          ///< the command line makes no sense
+    not_connected = 3,  ///< nobody answers, or the connection was lost
+    not_let_in = 4,     ///< the server refuses this user
+    bad_answer = 5      ///< the answer can't be understood
 };
 
 /// A failure that ends the command with its own exit code; `what()` is what the person reads.
@@ -30,10 +30,10 @@ private:
 };
 
 struct connection_options {
-    std::string host;      ///< empty: the local socket
+    std::string host;  ///< empty: the local socket
     std::uint16_t port = 6166;
     std::string socket = "/run/tarno-tape/rpc.sock";
-    std::string user;      ///< for a host: "user" or "DOMAIN\user"; empty: no authentication
+    std::string user;  ///< for a host: "user" or "DOMAIN\user"; empty: no authentication
     std::string password;
     std::int64_t timeout_seconds = 3600;  ///< for one call; moves may take minutes
 };

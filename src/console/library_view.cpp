@@ -76,7 +76,8 @@ changer_view read_changer(const winxml::node_t& node) {
 }
 
 std::optional<element_kind> kind_of_type(std::uint32_t type) {
-    const auto* row = std::find_if(kinds.begin(), kinds.end(), [type](const kind_row& candidate) { return candidate.type == type; });
+    const auto* row =
+        std::find_if(kinds.begin(), kinds.end(), [type](const kind_row& candidate) { return candidate.type == type; });
     return row == kinds.end() ? std::nullopt : std::optional(row->kind);
 }
 
@@ -169,8 +170,9 @@ std::string library_view::choose_changer(const std::string& name) {
         if (views.size() == 1) {
             return views.front().link;
         }
-        throw failure(exit_code::usage, views.empty() ? "The server has found no changer."
-                                                      : "There are several changers: name one with --changer ('tarnoctl changers' lists them).");
+        throw failure(exit_code::usage,
+                      views.empty() ? "The server has found no changer."
+                                    : "There are several changers: name one with --changer ('tarnoctl changers' lists them).");
     }
     for (const changer_view& view : views) {
         if (text::compare_no_case(view.link, "\\\\.\\" + name) == 0 || (!view.serial.empty() && view.serial == name)) {
@@ -207,10 +209,12 @@ std::vector<element_view> library_view::elements(const std::string& link, elemen
 }
 
 void library_view::move(const std::string& link, const element_reference& from, const element_reference& to) {
-    const auto* row =
-        std::find_if(moves.begin(), moves.end(), [&](const move_row& candidate) { return candidate.from == from.kind && candidate.to == to.kind; });
+    const auto* row = std::find_if(moves.begin(), moves.end(), [&](const move_row& candidate) {
+        return candidate.from == from.kind && candidate.to == to.kind;
+    });
     if (row == moves.end()) {
-        throw failure(exit_code::usage, std::string("The server can't move a cartridge from a ") + name_of(from.kind) + " to a " + name_of(to.kind) + ".");
+        throw failure(exit_code::usage, std::string("The server can't move a cartridge from a ") + name_of(from.kind) + " to a " +
+                                            name_of(to.kind) + ".");
     }
     call(std::string(row->procedure) + (by_scsi_ ? "ByScsi" : ""), {{"SymLinkName", link},
                                                                     {row->from_argument, text::to_string(from.number)},

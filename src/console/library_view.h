@@ -50,7 +50,8 @@ struct element_view {
 class library_view {
 public:
     /// `owner` goes with every call; `by_scsi` chooses the procedures that speak SCSI to the changer themselves.
-    library_view(connection& server, std::string owner, bool by_scsi) : server_(server), owner_(std::move(owner)), by_scsi_(by_scsi) {}
+    library_view(connection& server, std::string owner, bool by_scsi)
+        : server_(server), owner_(std::move(owner)), by_scsi_(by_scsi) {}
 
     [[nodiscard]] std::vector<changer_view> changers();
     /// Link of a changer: of the one named ("Changer0", a link, a serial number), or of the only one there is.

@@ -69,7 +69,8 @@ void split_host(console::connection_options& server) {
     const bool bracketed = server.host.starts_with('[');
     if (colon != std::string::npos && (bracketed ? server.host.find(']') + 1 == colon : server.host.find(':') == colon)) {
         const std::string digits = server.host.substr(colon + 1);
-        if (digits.empty() || digits.size() > 5 || digits.find_first_not_of("0123456789") != std::string::npos || std::stoul(digits) > 65535) {
+        if (digits.empty() || digits.size() > 5 || digits.find_first_not_of("0123456789") != std::string::npos ||
+            std::stoul(digits) > 65535) {
             throw failure(exit_code::usage, "'" + digits + "' is no port.");
         }
         server.port = static_cast<std::uint16_t>(std::stoul(digits));
@@ -85,16 +86,21 @@ public:
     command_line() : app_("Console of the tape server.", "tarnoctl") {
         app_.require_subcommand(1);
         app_.set_version_flag("--version", TARNO_VERSION);
-        app_.add_option("--host", options_.server.host, "server on another machine, HOST or HOST:PORT; without it the local socket is used");
+        app_.add_option("--host", options_.server.host,
+                        "server on another machine, HOST or HOST:PORT; without it the local socket is used");
         app_.add_option("--socket", options_.server.socket, "path of the local socket")->capture_default_str();
         app_.add_option("--user", options_.server.user, "account on the server, NAME or DOMAIN\\NAME, for --host");
-        app_.add_option("--password-file", options_.password_file, "file whose first line is the password; without it the password is asked for");
-        app_.add_option("--owner", options_.owner, "name of the backup server to act for (environment: TARNO_OWNER; default: this host's name)")
+        app_.add_option("--password-file", options_.password_file,
+                        "file whose first line is the password; without it the password is asked for");
+        app_.add_option("--owner", options_.owner,
+                        "name of the backup server to act for (environment: TARNO_OWNER; default: this host's name)")
             ->envname("TARNO_OWNER");
         app_.add_option("--changer", options_.changer, "changer by name, link or serial number; not needed when there is only one");
         app_.add_flag("--by-scsi", options_.by_scsi, "use the procedures that speak SCSI to the changer themselves");
         app_.add_flag("--json", options_.json, "answer as JSON");
-        app_.add_option("--timeout", options_.server.timeout_seconds, "seconds to wait for one answer")->capture_default_str()->check(CLI::PositiveNumber);
+        app_.add_option("--timeout", options_.server.timeout_seconds, "seconds to wait for one answer")
+            ->capture_default_str()
+            ->check(CLI::PositiveNumber);
         app_.fallthrough();
         add_commands();
         app_.footer(
@@ -135,17 +141,19 @@ private:
     }
 
     void add_commands() {
-        CLI::App* call = add("call", "Call a procedure and print the XML that it answers with", [this](auto& server, auto&, const auto& out) {
-            console::call_procedure(server, procedure_, words_, options_.owner, out);
-        });
+        CLI::App* call =
+            add("call", "Call a procedure and print the XML that it answers with", [this](auto& server, auto&, const auto& out) {
+                console::call_procedure(server, procedure_, words_, options_.owner, out);
+            });
         call->add_option("procedure", procedure_, "name of the procedure")->required();
         call->add_option("arguments", words_, "arguments, each Name=value");
 
         add("changers", "List the changers", [](auto&, auto& library, const auto& out) { console::list_changers(library, out); });
 
-        CLI::App* inventory = add("inventory", "Show what is in a changer's drives, ports and slots", [this](auto&, auto& library, const auto& out) {
-            console::show_inventory(library, library.choose_changer(options_.changer), all_, out);
-        });
+        CLI::App* inventory =
+            add("inventory", "Show what is in a changer's drives, ports and slots", [this](auto&, auto& library, const auto& out) {
+                console::show_inventory(library, library.choose_changer(options_.changer), all_, out);
+            });
         inventory->add_option("changer", options_.changer, "changer, as with --changer");
         inventory->add_flag("--all", all_, "empty slots too");
 
@@ -159,7 +167,8 @@ private:
             console::unload(library, library.choose_changer(options_.changer), drive_, home_slot_, out);
         });
         unload->add_option("drive", drive_, "number of the drive")->required();
-        unload->add_option("slot", home_slot_, "number of the slot; without it, where the cartridge came from")->check(CLI::NonNegativeNumber);
+        unload->add_option("slot", home_slot_, "number of the slot; without it, where the cartridge came from")
+            ->check(CLI::NonNegativeNumber);
 
         CLI::App* move = add("move", "Move a cartridge between two elements", [this](auto&, auto& library, const auto& out) {
             const console::element_reference from = console::parse_element(from_);
@@ -169,13 +178,14 @@ private:
         move->add_option("from", from_, "element that holds the cartridge, for instance slot:3")->required();
         move->add_option("to", to_, "element that it goes to, for instance port:0")->required();
 
-        CLI::App* owner = add("owner", "Show the owner of the tape devices, or change it", [this](auto& server, auto&, const auto& out) {
-            if (new_owner_.empty()) {
-                console::show_owner(server, out);
-            } else {
-                console::set_owner(server, new_owner_, out);
-            }
-        });
+        CLI::App* owner =
+            add("owner", "Show the owner of the tape devices, or change it", [this](auto& server, auto&, const auto& out) {
+                if (new_owner_.empty()) {
+                    console::show_owner(server, out);
+                } else {
+                    console::set_owner(server, new_owner_, out);
+                }
+            });
         owner->add_option("name", new_owner_, "new owner");
     }
 
@@ -183,8 +193,8 @@ private:
         if (!options_.server.host.empty()) {
             split_host(options_.server);
             if (!options_.server.user.empty()) {
-                options_.server.password =
-                    options_.password_file.empty() ? ask_password(options_.server.user) : read_password_file(options_.password_file);
+                options_.server.password = options_.password_file.empty() ? ask_password(options_.server.user)
+                                                                          : read_password_file(options_.password_file);
             }
         }
         const auto server = console::open_connection(options_.server);

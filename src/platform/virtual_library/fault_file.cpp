@@ -108,7 +108,7 @@ fault read_fault(const xml_values& values, const winxml::node_t& node) {
 fault_script::fault_set fault_script::parse(std::string_view xml, const std::string& path) {
     const xml_values values(path);
     fault_set set;
-    for (const winxml::node_t& node : winxml::child_elements(values.root(xml, "faults"))) {
+    for (const winxml::node_t& node : values.children(values.root(xml, "faults"))) {
         const std::string name = winxml::element_name(node);
         if (name == "fault") {
             arm(set, read_fault(values, node));

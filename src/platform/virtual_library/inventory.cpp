@@ -141,7 +141,7 @@ void inventory::from_text(std::string_view text, const std::string& path) {
     for (element_group& each : groups_) {
         std::fill(each.elements.begin(), each.elements.end(), element{});
     }
-    for (const winxml::node_t& node : winxml::child_elements(root)) {
+    for (const winxml::node_t& node : values.children(root)) {
         const auto address = static_cast<std::uint16_t>(values.number(node, "element", 0xFFFF));
         element* place = find(address);
         const std::string shown = text::to_string(std::uint32_t{address});

@@ -89,7 +89,7 @@ void read_drives(const xml_values& values, const winxml::node_t& root, personali
         static_cast<std::uint32_t>(values.number_or(drives, "maximum-block", 0xFFFFFF, standard.maximum_block));
     value.drive.minimum_block =
         static_cast<std::uint16_t>(values.number_or(drives, "minimum-block", 0xFFFF, standard.minimum_block));
-    for (const winxml::node_t& node : winxml::child_elements(drives)) {
+    for (const winxml::node_t& node : values.children(drives)) {
         const drive_definition one;
         value.drive_units.push_back({values.text_or(node, "vendor", one.vendor), values.text_or(node, "product", one.product),
                                      values.text_or(node, "revision", one.revision), values.text(node, "serial")});
@@ -101,7 +101,7 @@ void read_cartridges(const xml_values& values, const winxml::node_t& root, perso
     if (!cartridges) {
         return;
     }
-    for (const winxml::node_t& node : winxml::child_elements(cartridges)) {
+    for (const winxml::node_t& node : values.children(cartridges)) {
         cartridge_definition one;
         one.barcode = values.text(node, "barcode");
         one.element = static_cast<std::uint16_t>(values.number(node, "element", most_addresses));

@@ -21,6 +21,24 @@ unsigned digit_value(char digit) {
     return 99;
 }
 
+/// The text without comments and processing instructions: the XML layer's lists of children take elements only.
+std::string without_remarks(std::string_view xml) {
+    std::string bare;
+    bare.reserve(xml.size());
+    std::size_t at = 0;
+    while (at < xml.size()) {
+        const std::string_view rest = xml.substr(at);
+        const std::string_view ending = rest.starts_with("<!--") ? "-->" : rest.starts_with("<?") ? "?>" : "";
+        const std::size_t end = ending.empty() ? std::string_view::npos : rest.find(ending);
+        if (end != std::string_view::npos) {
+            at += end + ending.size();
+        } else {
+            bare += xml[at++];
+        }
+    }
+    return bare;
+}
+
 }  // namespace
 
 void xml_values::fail(const std::string& reason) const {
@@ -29,7 +47,7 @@ void xml_values::fail(const std::string& reason) const {
 
 winxml::node_t xml_values::root(std::string_view xml, std::string_view name) const {
     try {
-        const winxml::document_t document = winxml::parse_xml(text::utf8_to_wide(xml));
+        const winxml::document_t document = winxml::parse_xml(text::utf8_to_wide(without_remarks(xml)));
         for (const winxml::node_t& node : winxml::child_elements(winxml::document_node(document))) {
             if (winxml::element_name(node) == name) {
                 return node;
@@ -39,6 +57,14 @@ winxml::node_t xml_values::root(std::string_view xml, std::string_view name) con
         fail(problem.plain_text());
     }
     fail("the root element isn't '" + std::string(name) + "'");
+}
+
+std::vector<winxml::node_t> xml_values::children(const winxml::node_t& node) const {
+    try {
+        return winxml::child_elements(node);
+    } catch (const exc::exc_base_t&) {
+        fail("element '" + winxml::element_name(node) + "' holds something else than elements");
+    }
 }
 
 std::optional<std::string> xml_values::find(const winxml::node_t& node, std::string_view name) const {

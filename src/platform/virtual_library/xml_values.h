@@ -15,8 +15,10 @@ class xml_values {
 public:
     explicit xml_values(std::string path) : path_(std::move(path)) {}
 
-    /// Parses the text; the root element must bear the name.
+    /// Parses the text, which may hold comments and a declaration; the root element must bear the name.
     [[nodiscard]] winxml::node_t root(std::string_view xml, std::string_view name) const;
+
+    [[nodiscard]] std::vector<winxml::node_t> children(const winxml::node_t& node) const;
 
     [[nodiscard]] std::optional<std::string> find(const winxml::node_t& node, std::string_view name) const;
     [[nodiscard]] std::string text(const winxml::node_t& node, std::string_view name) const;

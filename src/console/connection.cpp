@@ -25,9 +25,8 @@ constexpr std::chrono::seconds connect_time_out{15};
 constexpr std::uint16_t do_rpc_operation = 0;
 constexpr std::uint32_t access_denied_fault = 5;
 
-/// d1c2c07a-d989-48cc-a423-b73ecd518d40, version 1.0, with the identifier in the wire's byte order.
 platform::linux_rpc::syntax_id tape_interface() {
-    return {{0x7a, 0xc0, 0xc2, 0xd1, 0x89, 0xd9, 0xcc, 0x48, 0xa4, 0x23, 0xb7, 0x3e, 0xcd, 0x51, 0x8d, 0x40}, 1, 0};
+    return {platform::linux_rpc::uuid_from_text("d1c2c07a-d989-48cc-a423-b73ecd518d40"), 1, 0};
 }
 
 failure failure_of(const rpc_client_error& e) {

@@ -1,0 +1,67 @@
+#include <signal.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+
+#include "host/entry.h"
+#include "platform/linux/process.h"
+#include "platform/linux/settings_file.h"
+#include "programs/tape_server/tape_server.h"
+
+namespace {
+
+constexpr int exit_bad_settings = 2;
+
+sigset_t ending_signals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    return signals;
+}
+
+/// Keeps the signals that end the process for `wait_for_end`. Done before there is a second thread, so that no thread takes them.
+void hold_ending_signals() {
+    const sigset_t signals = ending_signals();
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+}
+
+/// False when the process has been told to end, within the time or before.
+bool wait_for_end(std::int64_t milliseconds) {
+    const sigset_t signals = ending_signals();
+    timespec limit{};
+    limit.tv_sec = milliseconds / 1000;
+    limit.tv_nsec = milliseconds % 1000 * 1'000'000;
+    return sigtimedwait(&signals, nullptr, &limit) < 0;
+}
+
+}  // namespace
+
+int main() {
+    hold_ending_signals();
+    std::unique_ptr<tape_server::assembled_system> system;
+    try {
+        platform::linux_os::linux_process process;
+        system = std::make_unique<tape_server::assembled_system>(
+            platform::linux_os::read_paths(process.command_line(), std::getenv("STATE_DIRECTORY")));
+    } catch (const std::exception& e) {
+        std::cerr << "TarnoTapeSvc: " << e.what() << '\n';
+        return exit_bad_settings;
+    }
+
+    entry_environment environment;
+    environment.pause = wait_for_end;
+    environment.start_warnings = system->warnings();
+    for (const std::string& warning : environment.start_warnings) {
+        std::cerr << "TarnoTapeSvc: " << warning << '\n';
+    }
+    const int code = RunTapeServer(environment);
+    std::cerr.flush();
+    // Calls in progress are not waited for: they can be minutes from their end. What they have done to a virtual library is on the
+    // disk already.
+    _exit(code);
+}

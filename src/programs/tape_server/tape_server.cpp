@@ -1,0 +1,110 @@
+#include "programs/tape_server/tape_server.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "foundation/logging/log_writer.h"
+#include "foundation/text/conversion.h"
+#include "platform/files.h"
+#include "platform/linux/rpc/ntlm_provider.h"
+#include "platform/linux/scsi/iscsi_source.h"
+#include "platform/linux/scsi/sg_source.h"
+
+namespace tape_server {
+
+using platform::device_stack::scsi_source;
+
+namespace {
+
+std::shared_ptr<scsi_source> make_iscsi_source(const std::vector<std::string>& urls) {
+    platform::linux_scsi::iscsi_source_options options;
+    for (const std::string& url : urls) {
+        for (platform::linux_scsi::iscsi_entry& entry : platform::linux_scsi::parse_iscsi_setting(url)) {
+            options.entries.push_back(std::move(entry));
+        }
+    }
+    options.report = [](const std::string& message) { g_libraryLog.LogWarning(message); };
+    return std::make_shared<platform::linux_scsi::iscsi_source>(std::move(options));
+}
+
+}  // namespace
+
+assembled_system::assembled_system(const platform::linux_os::system_paths& paths) : base_(paths) {
+    platform::install(base_.set());
+    watch_settings();
+    note_missing_settings();
+    add_devices();
+    add_rpc();
+    platform::install(base_.set());
+    starting_ = false;
+}
+
+void assembled_system::watch_settings() {
+    // Warnings of the start come before there is a log; they are kept for it.
+    base_.registry().set_warning_handler([this](const std::string& text) {
+        if (starting_) {
+            warnings_.push_back(text);
+        } else {
+            g_libraryLog.LogWarning(text);
+        }
+    });
+}
+
+void assembled_system::note_missing_settings() {
+    const std::string& file = base_.paths().settings_file;
+    if (!base_.set().files->exists(text::utf8_to_wide(file))) {
+        warnings_.push_back("There is no settings file " + file + ". Every setting has its default.");
+    }
+}
+
+void assembled_system::add_devices() {
+    const platform::linux_os::linux_settings& settings = base_.settings();
+    std::vector<std::shared_ptr<scsi_source>> sources;
+    if (settings.scsi_generic) {
+        sources.push_back(std::make_shared<platform::linux_scsi::sg_source>());
+    }
+    if (!settings.iscsi.empty()) {
+        sources.push_back(make_iscsi_source(settings.iscsi));
+    }
+    if (!settings.virtual_libraries.empty()) {
+        std::vector<std::u16string> folders;
+        for (const std::string& folder : settings.virtual_libraries) {
+            folders.push_back(text::utf8_to_wide(folder));
+        }
+        const auto libraries = std::make_shared<platform::tape_library::virtual_library_source>(std::move(folders));
+        for (const std::string& problem : libraries->problems()) {
+            warnings_.push_back("A virtual library can't be used. " + problem);
+        }
+        sources.push_back(libraries);
+    }
+    devices_ = std::make_unique<platform::device_stack::io_manager>(std::move(sources), settings.without_driver);
+    changers_ = std::make_unique<platform::device_stack::changer_database>(*devices_);
+    base_.registry().set_device_map([this] { return devices_->device_map(); });
+    base_.set().devices = devices_.get();
+    base_.set().plug_and_play = changers_.get();
+}
+
+void assembled_system::add_rpc() {
+    const platform::linux_os::linux_settings& settings = base_.settings();
+    platform::linux_rpc::rpc_server_options options;
+    options.listen_address = settings.listen_address;
+    options.local_socket = settings.local_socket;
+    options.on_event = [](const std::string& sentence) { g_rpcLog.LogInfo(sentence); };
+    rpc_ = std::make_unique<platform::linux_rpc::rpc_server>(std::move(options));
+
+    std::u16string computer;
+    if (rpc_->computer_name(computer) != platform::rpc_status::ok) {
+        throw std::runtime_error("The name of this computer can't be found out.");
+    }
+    rpc_->add_security_provider(
+        platform::linux_rpc::ntlm_provider::of_accounts_file(settings.accounts, text::wide_to_utf8(computer)));
+
+    platform::linux_rpc::administrator_rules rules;
+    rules.groups = settings.administrator_groups;
+    rules.principals = settings.administrator_principals;
+    accounts_ = std::make_unique<platform::linux_rpc::linux_accounts>(std::move(rules));
+    base_.set().accounts = accounts_.get();
+    base_.set().rpc_runtime = rpc_.get();
+}
+
+}  // namespace tape_server

@@ -1,0 +1,226 @@
+#include <map>
+#include <sstream>
+#include <string>
+
+#include "console/call_codec.h"
+#include "console/commands.h"
+#include "console/console_system.h"
+#include "console/library_view.h"
+#include "console/table.h"
+
+namespace {
+
+using console::element_kind;
+using console::exit_code;
+using console::failure;
+
+/// Answers each procedure with a text of the test and keeps what was asked.
+class scripted_connection : public console::connection {
+public:
+    std::string call(const std::string& procedure, const console::argument_list& arguments) override {
+        asked.push_back(procedure + " " + console::input_xml(arguments));
+        const auto found = answers.find(procedure);
+        if (found == answers.end()) {
+            throw failure(exit_code::call_failed, "Unknown command: '" + procedure + "'");
+        }
+        return found->second;
+    }
+
+    std::map<std::string, std::string> answers;
+    std::vector<std::string> asked;
+};
+
+std::string escaped(const std::string& record) {
+    std::string text;
+    for (const char c : record) {
+        text += c == '<' ? "&lt;" : c == '>' ? "&gt;" : c == '"' ? "&quot;" : std::string(1, c);
+    }
+    return text;
+}
+
+std::string answer_of(const std::string& name, const std::string& record) {
+    return "<OutputArguments><" + name + " value=\"" + escaped(record) + "\" /></OutputArguments>";
+}
+
+std::string element(const std::string& name, int number, unsigned flags, const std::string& barcode, const std::string& serial = "",
+                    int source_type = 0, int source = 0, int exception_code = 0) {
+    std::ostringstream text;
+    text << "<" << name << " SerialNumber=\"" << serial << "\" Lun=\"0\" ProductIdentification=\"\" VendorIdentification=\"\" "
+         << "AlternateVolumeID=\"\" PrimaryVolumeID=\"" << barcode << "\" TargetId=\"0\" ExceptionCode=\"" << exception_code
+         << "\" Flags=\"" << flags << "\"><Element ElementAddress=\"" << number << "\" ElementType=\"2\" />"
+         << "<SrcElementAddress ElementAddress=\"" << source << "\" ElementType=\"" << source_type << "\" /></" << name << ">";
+    return text.str();
+}
+
+const std::string one_changer =
+    R"(<Changer DeviceName="Changer0" SymbolicLink="\\.\Changer0" NoDriver="false"><Address Lun="0" TargetId="0" PathId="0" PortNumber="0" />)"
+    R"(<Data SerialNumber="SN1" DeviceType="8" Revision="1.0" ProductId="LIB" VendorId="TRN" />)"
+    R"(<Parameters NumberDataTransferElements="2" NumberIEElements="1" NumberStorageElements="3" /></Changer>)";
+
+class Console : public testing::Test {
+protected:
+    failure failure_of(const std::function<void()>& what) {
+        try {
+            what();
+        } catch (const failure& e) {
+            return e;
+        }
+        ADD_FAILURE() << "nothing failed";
+        return {exit_code::done, ""};
+    }
+
+    console::console_system system_;
+    scripted_connection server_;
+    console::library_view library_{server_, "OWNER", false};
+    std::ostringstream text_;
+    console::output out_{text_, false};
+    console::output json_{text_, true};
+};
+
+TEST_F(Console, ElementsAreWrittenLongOrShort) {
+    EXPECT_EQ(console::to_text(console::parse_element("slot:12")), "slot:12");
+    EXPECT_EQ(console::to_text(console::parse_element("p0")), "port:0");
+    EXPECT_EQ(console::to_text(console::parse_element("d65535")), "drive:65535");
+    for (const char* bad : {"", "slot", "slot:", "slot:-1", "slot:1x", "robot:0", "s123456", ":1", "s"}) {
+        EXPECT_EQ(failure_of([&] { (void)console::parse_element(bad); }).code(), exit_code::usage) << bad;
+    }
+}
+
+TEST_F(Console, TablesAreAsWideAsTheirTextLooks) {
+    console::table rows({"A", "NAME"});
+    rows.add({"1", "Ä"});
+    rows.add({"long", "xy"});
+    rows.add({"2"});
+    rows.print(text_);
+    EXPECT_EQ(text_.str(), "A     NAME\n1     Ä\nlong  xy\n2\n");
+}
+
+TEST_F(Console, InputIsEscaped) {
+    EXPECT_EQ(console::input_xml({{"SymLinkName", "\\\\.\\Changer0"}, {"Name", "a\"<&b"}}),
+              "<InputArguments><SymLinkName value=\"\\\\.\\Changer0\" /><Name value='a&quot;&lt;&amp;b' /></InputArguments>");
+}
+
+TEST_F(Console, ChangersAreListedWithThoseThatCannotBeRead) {
+    server_.answers["GetChangers"] =
+        answer_of("Changers", "<Changers>" + one_changer + R"(<Changer SymbolicLink="\\.\Changer1" Error="dead" /></Changers>)");
+    console::list_changers(library_, out_);
+    EXPECT_EQ(text_.str(),
+              "LINK          VENDOR               PRODUCT  REV  SERIAL  SLOTS  PORTS  DRIVES\n"
+              "\\\\.\\Changer0  TRN                  LIB      1.0  SN1     3      1      2\n"
+              "\\\\.\\Changer1  can't be read: dead\n");
+    EXPECT_EQ(server_.asked.at(0), "GetChangers <InputArguments><OwnerName value=\"OWNER\" /></InputArguments>");
+}
+
+TEST_F(Console, TheOnlyChangerNeedsNoName) {
+    server_.answers["GetChangers"] = answer_of("Changers", "<Changers>" + one_changer + "</Changers>");
+    EXPECT_EQ(library_.choose_changer(""), "\\\\.\\Changer0");
+    EXPECT_EQ(library_.choose_changer("changer0"), "\\\\.\\Changer0");
+    EXPECT_EQ(library_.choose_changer("SN1"), "\\\\.\\Changer0");
+    EXPECT_EQ(library_.choose_changer("\\\\.\\Changer7"), "\\\\.\\Changer7");
+    EXPECT_EQ(failure_of([&] { (void)library_.choose_changer("Changer1"); }).code(), exit_code::usage);
+    server_.answers["GetChangers"] = answer_of("Changers", "<Changers />");
+    EXPECT_STREQ(failure_of([&] { (void)library_.choose_changer(""); }).what(), "The server has found no changer.");
+}
+
+TEST_F(Console, InventoryShowsDrivesPortsAndFullSlots) {
+    server_.answers["GetElementsStatuses"] = answer_of(
+        "ElementsStatuses", "<ElementsStatuses>" + element("ElementStatus", 0, 0x800001, "T2", "D0", 2, 1) + "</ElementsStatuses>");
+    server_.answers["GetIEPortsStatuses"] = answer_of(
+        "IEPortsStatuses", "<IEPortsStatuses>" + element("IEPortStatus", 0, 4, "", "", 0, 0, 0x3B11) + "</IEPortsStatuses>");
+    server_.answers["GetSlotsStatuses"] = answer_of("SlotsStatuses", "<SlotsStatuses>" + element("SlotStatus", 0, 1, "T1") +
+                                                                         element("SlotStatus", 1, 0, "") + "</SlotsStatuses>");
+    console::show_inventory(library_, "L", false, out_);
+    EXPECT_EQ(text_.str(),
+              "ELEMENT  STATE                   BAR CODE  CAME FROM  DRIVE SERIAL\n"
+              "drive:0  full                    T2        slot:1     D0\n"
+              "port:0   empty, exception 3B/11\n"
+              "slot:0   full                    T1\n"
+              "1 of 2 slots are full.\n");
+}
+
+TEST_F(Console, UnloadWithoutASlotGoesHome) {
+    server_.answers["GetElementsStatuses"] =
+        answer_of("ElementsStatuses", "<ElementsStatuses>" + element("ElementStatus", 0, 0x800001, "T2", "D0", 2, 7) +
+                                          element("ElementStatus", 1, 1, "T3", "D1") + element("ElementStatus", 2, 0, "", "D2") +
+                                          "</ElementsStatuses>");
+    server_.answers["UnloadMedium"] = "<OutputArguments />";
+    console::unload(library_, "L", 0, -1, json_);
+    EXPECT_EQ(server_.asked.back(),
+              "UnloadMedium <InputArguments><SymLinkName value=\"L\" /><DriveNum value=\"0\" /><SlotNum value=\"7\" /><OwnerName "
+              "value=\"OWNER\" "
+              "/></InputArguments>");
+    EXPECT_EQ(text_.str(), "{\n  \"moved\": true,\n  \"from\": \"drive:0\",\n  \"to\": \"slot:7\"\n}\n");
+    EXPECT_EQ(failure_of([&] { console::unload(library_, "L", 1, -1, out_); }).code(), exit_code::usage);
+    EXPECT_EQ(failure_of([&] { console::unload(library_, "L", 2, -1, out_); }).code(), exit_code::call_failed);
+    EXPECT_EQ(failure_of([&] { console::unload(library_, "L", 3, -1, out_); }).code(), exit_code::usage);
+}
+
+TEST_F(Console, EveryMoveHasItsProcedureOrIsRefused) {
+    using enum element_kind;
+    const std::map<std::pair<element_kind, element_kind>, std::string> procedures = {
+        {{slot, drive}, "LoadMedium"},        {{slot, slot}, "MoveToSlot"},       {{drive, slot}, "UnloadMedium"},
+        {{drive, port}, "FromDriveToIEPort"}, {{slot, port}, "FromSlotToIEPort"}, {{port, slot}, "FromIEPortToSlot"}};
+    console::library_view by_scsi(server_, "OWNER", true);
+    for (const element_kind from : {slot, port, drive}) {
+        for (const element_kind to : {slot, port, drive}) {
+            const auto found = procedures.find({from, to});
+            const failure refused = failure_of([&] { by_scsi.move("L", {from, 1}, {to, 2}); });
+            EXPECT_EQ(refused.code(), found == procedures.end() ? exit_code::usage : exit_code::call_failed);
+            if (found != procedures.end()) {
+                EXPECT_EQ(refused.what(), "Unknown command: '" + found->second + "ByScsi'");
+            }
+        }
+    }
+}
+
+TEST_F(Console, CallPrintsTheAnswerAsItCame) {
+    server_.answers["EnumLocks"] = "<OutputArguments><locks /></OutputArguments>";
+    console::call_procedure(server_, "EnumLocks", {"A=1=2", "B="}, "", out_);
+    EXPECT_EQ(text_.str(), "<OutputArguments><locks /></OutputArguments>\n");
+    EXPECT_EQ(server_.asked.back(), "EnumLocks <InputArguments><A value=\"1=2\" /><B value=\"\" /></InputArguments>");
+    console::call_procedure(server_, "EnumLocks", {"OwnerName=ME"}, "OTHER", out_);
+    EXPECT_EQ(server_.asked.back(), "EnumLocks <InputArguments><OwnerName value=\"ME\" /></InputArguments>");
+    EXPECT_EQ(failure_of([&] { console::call_procedure(server_, "EnumLocks", {"=1"}, "", out_); }).code(), exit_code::usage);
+    EXPECT_EQ(failure_of([&] { console::call_procedure(server_, "NoSuch", {}, "", out_); }).code(), exit_code::call_failed);
+}
+
+TEST_F(Console, AnAnswerThatIsNoAnswerIsSaidSo) {
+    for (const char* rubbish :
+         {"", "<x/>", "<OutputArguments />", "<OutputArguments><Changers value=\"no xml\" /></OutputArguments>"}) {
+        server_.answers["GetChangers"] = rubbish;
+        EXPECT_EQ(failure_of([&] { (void)library_.changers(); }).code(), exit_code::bad_answer) << rubbish;
+    }
+}
+
+TEST(CallCodec, RequestIsTwoCountedStrings) {
+    EXPECT_EQ(console::encode_call(u"ab", u""),
+              (std::vector<std::uint8_t>{3, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 'a', 0, 'b', 0, 0, 0,
+                                         0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0,   0, 0,   0, 0, 0}));
+}
+
+TEST(CallCodec, AnswersOfBothKinds) {
+    const std::vector<std::uint8_t> good = {0, 0, 2, 0, 2, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0, 'x', 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0};
+    const auto answer = console::decode_answer(good);
+    ASSERT_TRUE(answer);
+    EXPECT_TRUE(answer->success);
+    EXPECT_EQ(answer->output, u"x");
+    EXPECT_EQ(answer->error_message, std::nullopt);
+    for (std::size_t length = 0; length < good.size(); ++length) {
+        EXPECT_FALSE(console::decode_answer(std::span(good).first(length))) << length;
+    }
+    const std::vector<std::uint8_t> bad = {0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 2, 0, 2, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0, 'e', 0, 0, 0};
+    const auto failed = console::decode_answer(bad);
+    ASSERT_TRUE(failed);
+    EXPECT_FALSE(failed->success);
+    EXPECT_EQ(failed->output, std::nullopt);
+    EXPECT_EQ(failed->error_message, u"e");
+}
+
+TEST(CallCodec, CountsThatLieAreNoAnswer) {
+    EXPECT_FALSE(console::decode_answer(
+        std::vector<std::uint8_t>{1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 1}));
+    EXPECT_FALSE(console::decode_answer(
+        std::vector<std::uint8_t>{1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0, 'x', 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+}  // namespace

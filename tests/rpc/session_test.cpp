@@ -223,7 +223,7 @@ INSTANTIATE_TEST_SUITE_P(
                     refused_bind{"UnknownAuthentication", [](raw_bind& bind) { bind.auth = &auth_of_unknown_type; }, 8},
                     refused_bind{"UnknownLevel", [](raw_bind& bind) { bind.auth = &auth_of_unknown_level; }, 8},
                     refused_bind{"NotOffered", [](raw_bind& bind) { bind.auth = &auth_not_offered; }, 8}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& tested) { return tested.param.name; });
 
 TEST_F(SessionTest, OtherProtocolVersionIsNamedInTheRefusal) {
     bytes data = bind_pdu();

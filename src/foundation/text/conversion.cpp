@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "foundation/exc/exceptions.h"
+#include "foundation/text/unicode.h"
 #include "platform/system.h"
 #include "platform/text_encoding.h"
 
@@ -85,39 +86,6 @@ wide_string widen(const std::string& digits) {
     return {digits.begin(), digits.end()};
 }
 
-/// What one well-formed UTF-8 sequence may begin with: its length, and the range of its second byte, which is where overlong
-/// forms, surrogates and numbers above U+10FFFF show.
-struct lead_byte {
-    std::size_t length;
-    std::uint8_t second_low;
-    std::uint8_t second_high;
-};
-
-lead_byte classify(std::uint8_t byte) {
-    if (byte < 0x80) {
-        return {1, 0, 0};
-    }
-    if (byte >= 0xC2 && byte <= 0xDF) {
-        return {2, 0x80, 0xBF};
-    }
-    if (byte >= 0xE0 && byte <= 0xEF) {
-        return {3, static_cast<std::uint8_t>(byte == 0xE0 ? 0xA0 : 0x80), static_cast<std::uint8_t>(byte == 0xED ? 0x9F : 0xBF)};
-    }
-    if (byte >= 0xF0 && byte <= 0xF4) {
-        return {4, static_cast<std::uint8_t>(byte == 0xF0 ? 0x90 : 0x80), static_cast<std::uint8_t>(byte == 0xF4 ? 0x8F : 0xBF)};
-    }
-    return {0, 0, 0};
-}
-
-void append_code_point(wide_string& wide, std::uint32_t point) {
-    if (point < 0x10000) {
-        wide += static_cast<char16_t>(point);
-    } else {
-        wide += static_cast<char16_t>(0xD7C0 + (point >> 10));
-        wide += static_cast<char16_t>(0xDC00 + (point & 0x3FF));
-    }
-}
-
 }  // namespace
 
 std::string wide_to_utf8(std::u16string_view wide) {
@@ -183,36 +151,7 @@ wide_string utf8_to_wide_safe(std::string_view utf8) {
 }
 
 wide_string utf8_to_wide_lenient(std::string_view utf8) {
-    const std::string_view source = to_terminator(utf8);
-    wide_string result;
-    result.reserve(source.size());
-    std::size_t at = 0;
-    while (at < source.size()) {
-        const auto first = static_cast<std::uint8_t>(source[at]);
-        const lead_byte lead = classify(first);
-        ++at;
-        if (lead.length == 1) {
-            result += static_cast<char16_t>(first);
-            continue;
-        }
-        std::uint32_t point = lead.length == 0 ? 0U : first & (0xFFU >> (lead.length + 1));
-        std::size_t missing = lead.length == 0 ? 1 : lead.length - 1;
-        std::uint8_t low = lead.second_low;
-        std::uint8_t high = lead.second_high;
-        while (lead.length != 0 && missing > 0 && at < source.size()) {
-            const auto next = static_cast<std::uint8_t>(source[at]);
-            if (next < low || next > high) {
-                break;
-            }
-            point = (point << 6) | (next & 0x3FU);
-            low = 0x80;
-            high = 0xBF;
-            --missing;
-            ++at;
-        }
-        append_code_point(result, missing == 0 ? point : 0xFFFD);
-    }
-    return result;
+    return unicode::decode_utf8_lenient(to_terminator(utf8));
 }
 
 std::uint32_t to_uint(const std::string& source) {

@@ -1,6 +1,5 @@
 #include "foundation/winxml/xml_printer.h"
 
-#include <algorithm>
 #include <array>
 
 namespace winxml {
@@ -122,13 +121,6 @@ void xml_printer_t::print_escaped(std::string_view value) {
             return;
         }
         const char c = value[at];
-        if (value.substr(at).starts_with("&#x")) {
-            // A hexadecimal reference passes as it stands, up to its semicolon; without one, all but the last byte does.
-            const std::size_t end = std::min(value.find(';', at + 1), value.size() - 1);
-            output_->append(value.substr(at, end - at));
-            at = end;
-            continue;
-        }
         if (static_cast<unsigned char>(c) < 32) {
             *output_ += "&#x";
             *output_ += digits[static_cast<std::size_t>(c) >> 4];

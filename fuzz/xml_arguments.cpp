@@ -1,0 +1,67 @@
+// The argument text of a call: the depth scan must agree with what the parser would nest, and whatever passes it must survive
+// parsing, reading and printing.
+
+#include <tinyxml.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "foundation/exc/exceptions.h"
+#include "foundation/text/unicode.h"
+#include "foundation/winxml/nesting_scan.h"
+#include "foundation/winxml/xml.h"
+#include "platform/testing/fakes.h"
+
+namespace {
+
+/// The parser recurses, so the comparison with it is for texts that can't smash the stack.
+constexpr std::size_t largest_compared = 4096;
+
+std::size_t parsed_depth(const TiXmlNode& node) {
+    std::size_t deepest = 0;
+    for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
+        deepest = std::max(deepest, parsed_depth(*child) + (child->ToElement() != nullptr ? 1 : 0));
+    }
+    return deepest;
+}
+
+void require(bool holds) {
+    if (!holds) {
+        std::abort();
+    }
+}
+
+void compare_with_parser(const std::string& text) {
+    TiXmlDocument document;
+    document.Parse(text.c_str(), nullptr, TIXML_ENCODING_UNKNOWN);
+    const std::size_t depth = parsed_depth(document);
+    require(!winxml::nests_deeper_than(text, depth));
+    // The parser stops at an attribute that stands twice, the scan does not; both refuse such a text in the end.
+    if (depth > 0) {
+        require(winxml::nests_deeper_than(text, depth - 1));
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static platform::testing::test_system system;
+    system.log.clear();
+    const std::u16string wide = text::unicode::decode_utf8_lenient({reinterpret_cast<const char*>(data), size});
+    const std::string utf8 = text::unicode::encode_utf8(wide.substr(0, wide.find(u'\0')));
+    if (utf8.size() <= largest_compared) {
+        compare_with_parser(utf8);
+    }
+    try {
+        const winxml::document_t document = winxml::parse_xml(wide);
+        require(!winxml::nests_deeper_than(utf8, winxml::max_depth));
+        (void)winxml::serialize_xml(document);
+        (void)winxml::get_wstring_argument(document, "SymLinkName");
+        (void)winxml::get_int_argument(document, "SlotNum");
+    } catch (const exc::exc_base_t&) {
+        return 0;
+    }
+    return 0;
+}

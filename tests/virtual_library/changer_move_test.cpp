@@ -20,15 +20,15 @@ TEST_F(changer_move_test, says_what_is_wrong_with_a_move) {
         byte_vector cdb;
         const char* expected;
     } const rows[] = {
-        {move_cdb(slot + 20, drive_element), "5/3b/0e"},            // empty source
-        {move_cdb(slot, slot + 1), "5/3b/0d"},                      // full destination
-        {move_cdb(slot + 24, drive_element), "5/21/01"},            // no such source
-        {move_cdb(slot, 0x102), "5/21/01"},                         // no such destination
-        {move_cdb(slot, drive_element, 1), "5/21/01"},              // no such transport
-        {move_cdb(slot, 0), "5/21/01"},                             // a transport keeps nothing
-        {{0xA5, 0, 0, 0, 0x10, 0, 1, 0, 0, 0, 1, 0}, "5/24/00"},    // inversion
-        {{0xA5, 0, 0, 0, 0x10, 0}, "5/24/00"},                      // a CDB that ends early
-        {move_cdb(slot, slot), "ok"},                               // to where it is: nothing to do
+        {move_cdb(slot + 20, drive_element), "5/3b/0e"},          // empty source
+        {move_cdb(slot, slot + 1), "5/3b/0d"},                    // full destination
+        {move_cdb(slot + 24, drive_element), "5/21/01"},          // no such source
+        {move_cdb(slot, 0x102), "5/21/01"},                       // no such destination
+        {move_cdb(slot, drive_element, 1), "5/21/01"},            // no such transport
+        {move_cdb(slot, 0), "5/21/01"},                           // a transport keeps nothing
+        {{0xA5, 0, 0, 0, 0x10, 0, 1, 0, 0, 0, 1, 0}, "5/24/00"},  // inversion
+        {{0xA5, 0, 0, 0, 0x10, 0}, "5/24/00"},                    // a CDB that ends early
+        {move_cdb(slot, slot), "ok"},                             // to where it is: nothing to do
     };
     for (const auto& row : rows) {
         EXPECT_EQ(result(*changer, row.cdb), row.expected);

@@ -27,10 +27,10 @@ protected:
 TEST_F(element_status_test, describes_one_slot_byte_by_byte) {
     start();
     const byte_vector report = status(2, slot + 2, 1);
-    const byte_vector head{0x10, 0x02, 0x00, 0x01, 0x00, 0x00, 0x00, 0x3C,   // first element 0x1002, one element, 60 bytes
-                           0x02, 0x80, 0x00, 0x34, 0x00, 0x00, 0x00, 0x34,   // slots with volume tags, 52 bytes each
-                           0x10, 0x02, 0x09, 0x00, 0x00, 0x00, 0x00, 0x00,   // full, accessible
-                           0x00, 0x01, 0x00, 0x00};                          // data medium, no source
+    const byte_vector head{0x10, 0x02, 0x00, 0x01, 0x00, 0x00, 0x00, 0x3C,  // first element 0x1002, one element, 60 bytes
+                           0x02, 0x80, 0x00, 0x34, 0x00, 0x00, 0x00, 0x34,  // slots with volume tags, 52 bytes each
+                           0x10, 0x02, 0x09, 0x00, 0x00, 0x00, 0x00, 0x00,  // full, accessible
+                           0x00, 0x01, 0x00, 0x00};                         // data medium, no source
     ASSERT_EQ(report.size(), 68U);
     EXPECT_EQ(part(report, 0, 28), head);
     EXPECT_EQ(part(report, 28, 32), padded("TRN003L8", 32));

@@ -46,8 +46,8 @@ inline byte_vector move_cdb(std::uint16_t source, std::uint16_t destination, std
     return {0xA5, 0, high(transport), low(transport), high(source), low(source), high(destination), low(destination), 0, 0, 0, 0};
 }
 
-inline byte_vector status_cdb(std::uint8_t type, std::uint16_t first, std::uint16_t count, bool tags = true, bool identifiers = false,
-                              std::uint32_t allocation = 0xFFFF) {
+inline byte_vector status_cdb(std::uint8_t type, std::uint16_t first, std::uint16_t count, bool tags = true,
+                              bool identifiers = false, std::uint32_t allocation = 0xFFFF) {
     return {0xB8,
             static_cast<std::uint8_t>(type | (tags ? 0x10 : 0)),
             static_cast<std::uint8_t>(first >> 8),

@@ -54,7 +54,7 @@ winxml::node_t xml_values::root(std::string_view xml, std::string_view name) con
             }
         }
     } catch (const exc::exc_base_t& problem) {
-        fail(problem.plain_text());
+        fail(problem.messages().front().text);
     }
     fail("the root element isn't '" + std::string(name) + "'");
 }

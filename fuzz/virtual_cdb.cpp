@@ -1,0 +1,52 @@
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+#include "platform/testing/fakes.h"
+#include "platform/virtual_library/create_library.h"
+#include "platform/virtual_library/virtual_library.h"
+
+namespace {
+
+using namespace platform;
+
+/// Records of 17 bytes: the unit and the CDB's length in the first, then the CDB.
+constexpr std::size_t record_size = 17;
+
+void run(tape_library::virtual_library& library, const std::uint8_t* data, std::size_t size) {
+    std::vector<std::shared_ptr<device_stack::scsi_transport>> units;
+    for (std::uint8_t unit = 0; unit < library.units(); ++unit) {
+        units.push_back(library.connect(unit));
+    }
+    for (; size >= record_size; data += record_size, size -= record_size) {
+        std::vector<std::uint8_t> room(4096);
+        device_stack::scsi_command command;
+        command.cdb_length = static_cast<std::uint8_t>(data[0] & 0x1F);
+        std::copy_n(data + 1, command.cdb.size(), command.cdb.begin());
+        command.direction = device_stack::data_direction::from_device;
+        command.data = room;
+        (void)units[(data[0] >> 5) % units.size()]->execute(command);
+    }
+}
+
+}  // namespace
+
+/// Any commands in any order: every one is answered, and no cartridge is lost or doubled.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    testing::test_system system;
+    tape_library::create_library(u"C:\\library");
+    const std::shared_ptr<tape_library::virtual_library> library = tape_library::virtual_library::open(u"C:\\library");
+    run(*library, data, size);
+    std::vector<std::string> labels;
+    for (const tape_library::cartridge_place& each : library->cartridges()) {
+        labels.push_back(each.barcode);
+    }
+    std::sort(labels.begin(), labels.end());
+    if (labels.size() != 20 || std::unique(labels.begin(), labels.end()) != labels.end()) {
+        std::abort();
+    }
+    return 0;
+}

@@ -11,9 +11,9 @@
 
 using namespace platform;
 using namespace platform::device_stack;
+using testing::Each;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
-using testing::Each;
 
 namespace {
 
@@ -145,7 +145,7 @@ TEST_F(StoragePort, CutsSenseAtTheRoomForIt) {
 }
 
 TEST_F(StoragePort, PassesOtherStatusesThrough) {
-    for (const std::uint8_t status : {0x08, 0x18, 0x28}) {
+    for (const std::uint8_t status : bytes{0x08, 0x18, 0x28}) {
         bytes block(600);
         SCSI_PASS_THROUGH header = inquiry_header();
         header.DataTransferLength = 100;
@@ -304,11 +304,11 @@ TEST_F(StoragePort, LaysOutDeviceIdentifiers) {
     bytes output(8192);
     ASSERT_EQ(control(ioctl::storage_query_property, {2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, output), 0U);
     EXPECT_THAT(unit->sent[0].cdb, ElementsAre(0x12, 0x01, 0x83, 0x00, 0xFC, 0x00));
-    const bytes expected = {16, 0, 0, 0, 60, 0, 0, 0, 2, 0, 0, 0,                    // version, size, count
-                            2,  0, 0, 0, 1,  0, 0, 0, 5, 0, 24, 0, 2, 0, 0, 0,       // code set, type, size, next, association
-                            'T', 'A', 'R', 'N', 'O', 0, 0, 0,                         // padded to the next
-                            1,  0, 0, 0, 3,  0, 0, 0, 8, 0, 0,  0, 0, 0, 0, 0,       //
-                            0x50, 1, 2, 3, 4, 5, 6, 7};
+    const bytes expected = {16,   0,   0,   0,   60,  0, 0, 0, 2, 0, 0,  0,              // version, size, count
+                            2,    0,   0,   0,   1,   0, 0, 0, 5, 0, 24, 0, 2, 0, 0, 0,  // code set, type, size, next, association
+                            'T',  'A', 'R', 'N', 'O', 0, 0, 0,                           // padded to the next
+                            1,    0,   0,   0,   3,   0, 0, 0, 8, 0, 0,  0, 0, 0, 0, 0,  //
+                            0x50, 1,   2,   3,   4,   5, 6, 7};
     EXPECT_EQ(returned, expected.size());
     EXPECT_THAT(bytes(output.begin(), output.begin() + returned), ElementsAreArray(expected));
 }

@@ -75,8 +75,7 @@ TEST(RpcLimitsTest, IdleConnectionIsClosedButNotOneThatIsServed) {
 }
 
 TEST(RpcLimitsTest, WhoDoesNotReadItsAnswerIsClosed) {
-    rpc_server_options options = with([](rpc_limits& limits) { limits.write_time = 30ms; });
-    test_server server(options);
+    test_server server(with([](rpc_limits& limits) { limits.write_time = 30ms; }));
     raw_connection lazy(server.port());
     (void)lazy.exchange(bind_pdu());
     raw_request produce;

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 #include <memory>
 #include <string>
@@ -187,7 +188,7 @@ TEST(RpcServerTest, ClientThatVanishesDuringItsCallHarmsNobody) {
         (void)client.exchange(bind_pdu());
         client.send(request(operation::block, {1}));
         server.wait_for_blocked(1);
-        const linger hard{1, 0};
+        const ::linger hard{1, 0};
         setsockopt(client.handle(), SOL_SOCKET, SO_LINGER, &hard, sizeof(hard));
     }
     server.release();

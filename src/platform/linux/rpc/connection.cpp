@@ -412,6 +412,11 @@ void connection::on_timer() {
         return;
     }
     if (clock_type::now() >= deadline()) {
+        if (writing_ || lingering_) {
+            // Otherwise the system would go on trying to get rid of what the peer doesn't take.
+            const ::linger at_once{1, 0};
+            (void)setsockopt(socket_.native_handle(), SOL_SOCKET, SO_LINGER, &at_once, sizeof(at_once));
+        }
         close();
         return;
     }

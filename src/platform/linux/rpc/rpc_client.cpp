@@ -181,6 +181,9 @@ void rpc_client::bind(const syntax_id& interface, duration time_out, std::unique
     const auto deadline = steady::now() + time_out;
     security_ = std::move(security);
     level_ = security_ ? level : auth_level::none;
+    if (level_ == auth_level::call) {
+        level_ = auth_level::packet;  // the other one is for datagrams
+    }
     bind_body body;
     body.max_transmit = longest_fragment;
     body.max_receive = longest_fragment;

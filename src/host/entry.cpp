@@ -96,6 +96,9 @@ int RunTapeServer(const entry_environment& environment) {
     const command_line_t command_line = build_command_line();
     logging::initialize_log(default_log_name, command_line);
     WriteStartBanner();
+    for (const std::string& warning : environment.start_warnings) {
+        g_libraryLog.LogWarning(warning);
+    }
 
     const RpcServerSettings settings = LoadRpcServerSettings(tape_key_path, command_line);
     tape_settings::LoadAll(tape_key_path);

@@ -10,6 +10,8 @@ struct entry_environment {
     /// Waits for about so many milliseconds; false when the process has been told to end. Left empty, the entry waits on the
     /// system's clock and serves for ever.
     std::function<bool(std::int64_t milliseconds)> pause;
+    /// Sentences about the start from before there was a log; they stand in it behind the banner.
+    std::vector<std::string> start_warnings;
 };
 
 /// The program from its set-up to its end, on the system that is installed. Returns the process's exit code:

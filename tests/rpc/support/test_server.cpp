@@ -38,7 +38,7 @@ rpc_server_options loopback_options() {
     return options;
 }
 
-test_server::test_server(rpc_server_options options, std::uint32_t max_calls) {
+test_server::test_server(rpc_server_options options, std::uint32_t max_calls, std::shared_ptr<security_provider> provider) {
     options.on_event = [this](const std::string& sentence) {
         const std::lock_guard lock(mutex_);
         events_.push_back(sentence);
@@ -49,7 +49,7 @@ test_server::test_server(rpc_server_options options, std::uint32_t max_calls) {
     offered.major_version = 1;
     offered.operations = operation::count;
     offered.dispatch = [this](const platform::rpc_request& request, platform::rpc_reply& reply) { return serve(request, reply); };
-    server_->add_security_provider(std::make_shared<toy_provider>());
+    server_->add_security_provider(provider ? std::move(provider) : std::make_shared<toy_provider>());
     EXPECT_EQ(server_->use_endpoint("ncacn_ip_tcp", 10, "0"), 0U);
     EXPECT_EQ(server_->register_authentication(u"svc/host.example", 10), 0U);
     EXPECT_EQ(server_->register_interface(offered, 0, 1234, 0xFFFFFFFF), 0U);

@@ -38,10 +38,12 @@ private:
 
 platform::linux_rpc::rpc_server_options loopback_options();
 
-/// A server on loopback with the test interface and the toy mechanism.
+/// A server on loopback with the test interface and one kind of authentication.
 class test_server {
 public:
-    explicit test_server(platform::linux_rpc::rpc_server_options options = loopback_options(), std::uint32_t max_calls = 100);
+    /// `provider`: what serves authentication service 10; null: the toy mechanism.
+    explicit test_server(platform::linux_rpc::rpc_server_options options = loopback_options(), std::uint32_t max_calls = 100,
+                         std::shared_ptr<platform::linux_rpc::security_provider> provider = nullptr);
     ~test_server();
     test_server(const test_server&) = delete;
     test_server& operator=(const test_server&) = delete;

@@ -404,6 +404,57 @@ TEST_F(ChangerClass, ReadsAnAnswerThatDidNotFitAgain) {
     EXPECT_EQ(record(1).Element.ElementAddress, 1U);
 }
 
+TEST_F(ChangerClass, TakesOnlyWhatItAskedFor) {
+    with_map();
+    std::vector<bytes> all;
+    for (std::uint16_t i = 0; i < 24; ++i) {
+        all.push_back(slot_descriptor(static_cast<std::uint16_t>(0x1000 + i), 9));
+    }
+    unit->answer(report(2, 0, all));  // the whole library, though two elements were wanted
+    ASSERT_EQ(read(ChangerSlot, 0, 2), 0U);
+    EXPECT_EQ(unit->sent.size(), 2U);
+    EXPECT_EQ(record(1).Element.ElementAddress, 1U);
+}
+
+TEST_F(ChangerClass, TakesTheStateFromADescriptorThatCameInPart) {
+    with_map();
+    bytes drive = slot_descriptor(0x100, 0x09);
+    drive.resize(12);
+    append(drive, {2, 0, 0, 10, 'S', 'N', '0', '0', '0', '0', '0', '0', '0', '1'});
+    bytes answer = report(4, 0, {drive});
+    answer.resize(answer.size() - 8);  // the device sends less than it says
+    unit->answer(answer);
+    ASSERT_EQ(read(ChangerDrive, 0, 1), 0U);
+    EXPECT_EQ(unit->sent.size(), 2U);
+    EXPECT_EQ(record(0).Flags, 9U);
+    EXPECT_EQ(record(0).Element.ElementType, 4U);
+    EXPECT_THAT(record(0).SerialNumber, Each(0));  // "SN" would be another drive's
+}
+
+TEST_F(ChangerClass, GoesOnBehindTheLastElementThatCameWhole) {
+    // Descriptors so long that an answer never holds all of them.
+    with_map();
+    unit->otherwise([](const scsi_command& command) {
+        const std::uint16_t first = util::load_be16(command.cdb, 2);
+        std::vector<bytes> descriptors;
+        for (std::uint16_t i = 0; i < util::load_be16(command.cdb, 4); ++i) {
+            descriptors.push_back(slot_descriptor(static_cast<std::uint16_t>(first + i), 9, "TAG" + std::to_string(first + i)));
+            descriptors.back().resize(10'000);
+        }
+        const bytes data = report(2, 0x80, descriptors);
+        scsi_outcome outcome;
+        outcome.transferred = static_cast<std::uint32_t>(std::min(data.size(), command.data.size()));
+        std::copy_n(data.begin(), outcome.transferred, command.data.begin());
+        return outcome;
+    });
+    ASSERT_EQ(read(ChangerSlot, 0, 24), 0U);
+    for (std::uint32_t i = 0; i < 24; ++i) {
+        EXPECT_EQ(record(i).Element.ElementAddress, i);
+        EXPECT_EQ(util::without_trailing_blanks(field(record(i).PrimaryVolumeID)), "TAG" + std::to_string(4096 + i));
+    }
+    EXPECT_EQ(unit->sent[3].cdb[3], 6);  // six came whole
+}
+
 TEST_F(ChangerClass, ReadsManySlotsInParts) {
     bytes big_map = address_page;
     util::store_be16(big_map, 12, 10'000);

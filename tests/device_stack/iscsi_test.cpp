@@ -65,6 +65,9 @@ protected:
         return nullptr;
     }
 
+    /// The target puts its serial numbers to the right end of a wide field.
+    static std::string bare(const std::string& serial) { return serial.substr(serial.find_first_not_of(' ')); }
+
     static scsi_outcome test_unit_ready(scsi_transport& unit, std::int64_t seconds = 10) {
         return send_without_data(unit, {0, 0, 0, 0, 0, 0}, seconds);
     }
@@ -106,11 +109,11 @@ TEST_F(Iscsi, FindsEveryUnitBehindAPortal) {
     const auto units = source_of(url()).enumerate();
     ASSERT_EQ(units.size(), 3U);
     EXPECT_EQ(units[0].peripheral_type, 1);
-    EXPECT_EQ(units[0].serial, "TDRV0001");
+    EXPECT_EQ(bare(units[0].serial), "TDRV0001");
     EXPECT_EQ(units[0].location.lun, 1);
-    EXPECT_EQ(units[1].serial, "TDRV0002");
+    EXPECT_EQ(bare(units[1].serial), "TDRV0002");
     EXPECT_EQ(units[2].peripheral_type, 8);
-    EXPECT_EQ(units[2].serial, "TLIB0001");
+    EXPECT_EQ(bare(units[2].serial), "TLIB0001");
     EXPECT_EQ(units[2].location.lun, 3);
     EXPECT_EQ(units[2].identity, url("/" + library->target() + "/3"));
     EXPECT_THAT(reports, IsEmpty());
@@ -122,12 +125,12 @@ TEST_F(Iscsi, FindsWhatAnEntryNames) {
     EXPECT_EQ(source_of(url(target)).enumerate().size(), 3U);
     const auto one = source_of(url(target + "/2")).enumerate();
     ASSERT_EQ(one.size(), 1U);
-    EXPECT_EQ(one[0].serial, "TDRV0002");
+    EXPECT_EQ(bare(one[0].serial), "TDRV0002");
     EXPECT_THAT(source_of(url(target + "/9")).enumerate(), IsEmpty());
     // The same unit by two entries is one unit, at its first place.
     const auto both = source_of(url(target + "/3") + ";" + url()).enumerate();
     ASSERT_EQ(both.size(), 3U);
-    EXPECT_EQ(both[0].serial, "TLIB0001");
+    EXPECT_EQ(bare(both[0].serial), "TLIB0001");
 }
 
 TEST_F(Iscsi, ConsumesThePowerOnAttentionOfANewSessionOnly) {

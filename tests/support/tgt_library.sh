@@ -9,6 +9,9 @@
 # drives+1, slots drives+2.., ports behind the slots. Cartridges BAR001L8... fill the first slots.
 # The caller keeps standard input open for as long as it needs the library: when it closes, or the caller dies, all is removed.
 # Exit code 3: tgt isn't installed.
+#
+# What this target does its own way: it cuts the last 8 bytes off an element status report, so that the last drive's serial number is
+# missing there; it reports all elements from the first address on, whatever count is asked for; its serial numbers are padded on the left.
 set -u
 
 drives=2 slots=8 cartridges=4 ports=0 user='' password='' folder=''
@@ -37,7 +40,10 @@ if [ -z "$folder" ]; then
 fi
 daemon=''
 clean_up() {
-    [ -n "$daemon" ] && kill -9 "$daemon" 2>/dev/null && wait "$daemon" 2>/dev/null
+    if [ -n "$daemon" ]; then
+        kill -9 "$daemon" 2>/dev/null
+        wait "$daemon" 2>/dev/null
+    fi
     [ -n "$own_folder" ] && rm -rf "$own_folder"
 }
 trap clean_up EXIT
@@ -116,4 +122,6 @@ adm --op bind --mode target --tid 1 -I ALL
 
 printf '%s\n' "portal=$portal" "target=$target" "changer_lun=$changer" "drive_luns=1..$drives" "pid=$daemon" "control=$control" ready
 exec 1>&-
+# The shell need not tell how the daemon ended.
+exec 2>/dev/null
 cat >/dev/null

@@ -83,6 +83,12 @@ void take_capabilities(std::span<const std::uint8_t> page, GET_CHANGER_PARAMETER
     }
 }
 
+/// True when a report that was cut short holds all that was asked for nevertheless. Some devices report every element from the
+/// first address on, whatever count they are asked for.
+bool is_complete(const element_status_report& report, std::size_t asked) {
+    return report.elements.size() > asked || (report.elements.size() == asked && !report.last_is_partial);
+}
+
 }  // namespace
 
 changer_class::changer_class(std::shared_ptr<scsi_transport> transport, const scsi_location& location, std::uint32_t device_number)
@@ -247,21 +253,31 @@ std::uint32_t changer_class::read_elements(const CHANGER_READ_ELEMENT_STATUS& re
             return failure;
         }
         element_status_report report = decode_element_status(answer, type, *map_);
-        if (report.available > allocation && allocation < largest_allocation) {
+        if (report.available > allocation && allocation < largest_allocation && !is_complete(report, asked)) {
             allocation = std::min(report.available, largest_allocation);
             if (const std::uint32_t failure = read_report(request, address, asked, allocation, answer); failure != 0) {
                 return failure;
             }
             report = decode_element_status(answer, type, *map_);
         }
-        const auto came = static_cast<std::uint32_t>(std::min<std::size_t>(report.elements.size(), remaining));
+        const bool cut_short = report.available > allocation;
+        if (cut_short && report.last_is_partial && !report.elements.empty()) {
+            // It comes whole with the next part.
+            report.elements.pop_back();
+        }
+        const auto came = static_cast<std::uint32_t>(std::min<std::size_t>(report.elements.size(), asked));
         elements.insert(elements.end(), report.elements.begin(), report.elements.begin() + came);
         remaining -= came;
-        const bool cut_short = report.available > allocation;
-        if (came == 0 || (came < asked && !cut_short) || report.next_address <= next) {
+        if (came == 0 || (came < asked && !cut_short)) {
             break;  // the device has no more
         }
-        next = report.next_address;
+        const CHANGER_ELEMENT& last = elements.back().Element;
+        const std::uint32_t behind =
+            ((map_->first(static_cast<ELEMENT_TYPE>(last.ElementType)) + last.ElementAddress) & 0xFFFF) + 1;
+        if (behind <= next) {
+            break;  // it reports the same elements again
+        }
+        next = behind;
     }
     return error::success;
 }

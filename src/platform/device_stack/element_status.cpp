@@ -121,8 +121,11 @@ CHANGER_ELEMENT_STATUS_EX decode_descriptor(bytes descriptor, const page_layout&
         }
         const std::size_t at =
             descriptor_head + (page.primary_tag ? volume_tag_size : 0) + (page.alternate_tag ? volume_tag_size : 0);
-        take_identity(util::slice(descriptor, at + 4, util::load_u8(descriptor, at + 3)), util::load_u8(descriptor, at + 1) & 0x0F,
-                      record);
+        // An identifier may claim more than its descriptor has, and ends there; but half a serial number is another one.
+        const std::size_t end = std::min<std::size_t>(at + 4 + util::load_u8(descriptor, at + 3), page.descriptor_length);
+        if (at + 4 <= end && end <= descriptor.size()) {
+            take_identity(descriptor.subspan(at + 4, end - at - 4), util::load_u8(descriptor, at + 1) & 0x0F, record);
+        }
     }
     return record;
 }
@@ -138,17 +141,21 @@ element_status_report decode_element_status(std::span<const std::uint8_t> answer
     for (std::size_t at = report_head; remaining != 0 && at + page_head <= end;) {
         const page_layout page = decode_page_head(util::slice(answer, at, page_head));
         at += page_head;
-        const std::size_t page_end = std::min(end, at + page.byte_count);
         if (page.descriptor_length < descriptor_head) {
             break;  // nothing behind it can be found
         }
-        for (; remaining != 0 && at + page.descriptor_length <= page_end; at += page.descriptor_length, --remaining) {
+        const std::size_t page_end = std::min(end, at + page.byte_count);
+        for (; remaining != 0 && at + descriptor_head <= page_end; at += page.descriptor_length, --remaining) {
+            const bool is_whole = at + page.descriptor_length <= page_end;
+            if (!is_whole && page_end != answer.size()) {
+                break;  // the rest of a page whose lengths don't go together
+            }
             if (page.type == AllElements || (type != AllElements && page.type != type)) {
                 continue;
             }
-            const bytes descriptor = answer.subspan(at, page.descriptor_length);
+            const bytes descriptor = util::slice(answer, at, page.descriptor_length);
             report.elements.push_back(decode_descriptor(descriptor, page, map));
-            report.next_address = std::max<std::uint32_t>(report.next_address, util::load_be16(descriptor, 0) + 1U);
+            report.last_is_partial = !is_whole;
         }
         at = page_end;
     }

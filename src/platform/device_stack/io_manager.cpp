@@ -41,8 +41,8 @@ std::optional<std::string> name_of_link(const std::string& link_name) {
 
 }  // namespace
 
-io_manager::io_manager(std::vector<std::shared_ptr<scsi_source>> sources, std::vector<std::string> without_driver)
-    : sources_(std::move(sources)), table_(std::move(without_driver)), units_(std::make_shared<unit_list>()) {}
+io_manager::io_manager(std::vector<std::shared_ptr<scsi_source>> sources, const std::vector<std::string>& without_driver)
+    : sources_(std::move(sources)), table_(without_driver), units_(std::make_shared<unit_list>()) {}
 
 io_manager::~io_manager() = default;
 

@@ -24,7 +24,7 @@ class io_manager : public devices {
 public:
     /// The sources' order decides the numbers of the devices. `without_driver`: serial numbers of the medium changers that the
     /// changer class leaves alone.
-    io_manager(std::vector<std::shared_ptr<scsi_source>> sources, std::vector<std::string> without_driver);
+    io_manager(std::vector<std::shared_ptr<scsi_source>> sources, const std::vector<std::string>& without_driver);
     ~io_manager() override;
     io_manager(const io_manager&) = delete;
     io_manager& operator=(const io_manager&) = delete;

@@ -1,5 +1,7 @@
 #include "platform/device_stack/unit_table.h"
 
+#include <algorithm>
+
 #include "foundation/util/bytes.h"
 #include "platform/device_stack/scsi_commands.h"
 
@@ -12,17 +14,22 @@ std::string port_object_name(const scsi_location& location) {
            std::to_string(location.target) + "Lun" + std::to_string(location.lun);
 }
 
+/// Devices justify their serial numbers to the left or to the right of a fixed field.
+std::string without_padding(const std::string& serial) {
+    const std::string text = util::without_trailing_blanks(serial);
+    return text.substr(std::min(text.find_first_not_of(' '), text.size()));
+}
+
 }  // namespace
 
-unit_table::unit_table(std::vector<std::string> without_driver) {
-    for (std::string& serial : without_driver) {
-        without_driver_.insert(util::without_trailing_blanks(std::move(serial)));
+unit_table::unit_table(const std::vector<std::string>& without_driver) {
+    for (const std::string& serial : without_driver) {
+        without_driver_.insert(without_padding(serial));
     }
 }
 
 bool unit_table::is_driven(const logical_unit_info& info) const {
-    return info.peripheral_type != peripheral_type::medium_changer ||
-           !without_driver_.contains(util::without_trailing_blanks(info.serial));
+    return info.peripheral_type != peripheral_type::medium_changer || !without_driver_.contains(without_padding(info.serial));
 }
 
 unit_list unit_table::name_units(const std::vector<std::vector<logical_unit_info>>& found) {

@@ -29,8 +29,8 @@ using unit_list = std::vector<unit>;
 /// it had. New units take the lowest numbers that no unit has had. Not synchronised.
 class unit_table {
 public:
-    /// `without_driver`: serial numbers of medium changers that no class driver serves. Compared without their trailing blanks.
-    explicit unit_table(std::vector<std::string> without_driver);
+    /// `without_driver`: serial numbers of medium changers that no class driver serves. Compared without the blanks that pad them.
+    explicit unit_table(const std::vector<std::string>& without_driver);
 
     /// Names what a look has found; one list for each source, in the sources' order.
     [[nodiscard]] unit_list name_units(const std::vector<std::vector<logical_unit_info>>& found);

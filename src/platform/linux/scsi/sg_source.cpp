@@ -137,8 +137,8 @@ bool sg_source::read_unit(const std::string& node_name, found_unit& found) {
     found.info.serial = read_serial(device_folder, found.node_path);
     // Another device can take the address of one that was pulled, and does not take over its name.
     found.info.identity = device.filename().string() + " " + found.info.serial;
-    found.info.location = {port_of((*address)[0]), static_cast<std::uint8_t>((*address)[1]),
-                           static_cast<std::uint8_t>((*address)[2]), static_cast<std::uint8_t>((*address)[3])};
+    found.info.location = {0, static_cast<std::uint8_t>((*address)[1]), static_cast<std::uint8_t>((*address)[2]),
+                           static_cast<std::uint8_t>((*address)[3])};
     return true;
 }
 
@@ -152,6 +152,9 @@ std::vector<sg_source::found_unit> sg_source::scan() {
         }
     }
     std::sort(units.begin(), units.end(), [](const found_unit& a, const found_unit& b) { return a.address < b.address; });
+    for (found_unit& found : units) {
+        found.info.location.port = port_of(found.address[0]);
+    }
     return units;
 }
 

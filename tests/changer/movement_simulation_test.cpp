@@ -91,8 +91,13 @@ private:
     }
 
     void try_move(int number) {
-        const operation move = draw();
         const inventory before = look();
+        operation move = draw();
+        // Three moves of four are ones that can succeed.
+        const bool sensible = below(4) != 0;
+        while (sensible && (!before.contains(move.source) || before.contains(move.destination))) {
+            move = draw();
+        }
         std::string failure;
         bool claimed = false;
         try {

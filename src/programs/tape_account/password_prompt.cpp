@@ -1,5 +1,6 @@
 #include "programs/tape_account/password_prompt.h"
 
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -34,14 +35,21 @@ void note_signal(int number) {
     interrupted = number;
 }
 
-/// Turns the echo off for as long as it lives. Signals that would end the process in between only interrupt the reading, so
-/// that the terminal never stays mute; they are raised again when it has its echo back.
+/// Turns the echo off for as long as it lives. Signals that would end the process in between only interrupt the waiting for
+/// input, so that the terminal never stays mute; they are raised again when it has its echo back. They are blocked but for
+/// the waiting: one that came just before it would be noticed by the next line only.
 class silent_terminal {
 public:
     silent_terminal() {
         if (::tcgetattr(STDIN_FILENO, &former_) != 0) {
             throw std::system_error(errno, std::generic_category(), "Cannot read the terminal's settings");
         }
+        sigset_t blocked{};
+        sigemptyset(&blocked);
+        for (const int number : signals) {
+            sigaddset(&blocked, number);
+        }
+        ::sigprocmask(SIG_BLOCK, &blocked, &former_mask_);
         struct sigaction noting {};
         noting.sa_handler = note_signal;
         for (std::size_t i = 0; i < signals.size(); ++i) {
@@ -58,6 +66,7 @@ public:
         for (std::size_t i = 0; i < signals.size(); ++i) {
             ::sigaction(signals[i], &actions_[i], nullptr);
         }
+        ::sigprocmask(SIG_SETMASK, &former_mask_, nullptr);
         if (interrupted != 0) {
             ::raise(interrupted);
         }
@@ -66,21 +75,35 @@ public:
     silent_terminal(const silent_terminal&) = delete;
     silent_terminal& operator=(const silent_terminal&) = delete;
 
+    /// Until there is input. False: a signal came.
+    [[nodiscard]] bool wait_for_input() const {
+        pollfd input{STDIN_FILENO, POLLIN, 0};
+        while (::ppoll(&input, 1, nullptr, &former_mask_) < 0) {
+            if (errno != EINTR || interrupted != 0) {
+                return false;
+            }
+        }
+        return true;
+    }
+
 private:
     static constexpr std::array<int, 4> signals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
     termios former_{};
+    sigset_t former_mask_{};
     std::array<struct sigaction, signals.size()> actions_{};
 };
 
-/// One line without its end. Byte by byte and without a buffer of the library's: no copy of the password stays behind.
-std::string read_line() {
+/// One line without its end, from the terminal if there is one. Byte by byte and without a buffer of the library's: no copy of
+/// the password stays behind.
+std::string read_line(const silent_terminal* terminal) {
     std::string line;
     line.reserve(longest_password + 2);
     for (;;) {
         char next = 0;
-        const ssize_t count = ::read(STDIN_FILENO, &next, 1);
-        if (count < 0 && errno == EINTR && interrupted == 0) {
+        const bool ready = terminal == nullptr || terminal->wait_for_input();
+        const ssize_t count = ready ? ::read(STDIN_FILENO, &next, 1) : -1;
+        if (ready && count < 0 && errno == EINTR) {
             continue;
         }
         if (count < 0) {
@@ -105,9 +128,9 @@ std::string read_line() {
 std::string read_from_terminal(const std::string& account) {
     const silent_terminal silence;
     show("New password of '" + account + "': ");
-    std::string password = read_line();
+    std::string password = read_line(&silence);
     show("The same again: ");
-    std::string repeated = read_line();
+    std::string repeated = read_line(&silence);
     const bool same = password == repeated;
     platform::linux_rpc::wipe(repeated);
     if (!same) {
@@ -120,7 +143,7 @@ std::string read_from_terminal(const std::string& account) {
 }  // namespace
 
 std::string read_new_password(const std::string& account) {
-    std::string password = ::isatty(STDIN_FILENO) == 1 ? read_from_terminal(account) : read_line();
+    std::string password = ::isatty(STDIN_FILENO) == 1 ? read_from_terminal(account) : read_line(nullptr);
     if (password.empty()) {
         throw std::runtime_error("An empty password is not accepted.");
     }

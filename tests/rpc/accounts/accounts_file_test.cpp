@@ -105,7 +105,8 @@ TEST(AccountTable, PutReplacesWithoutRegardToCase) {
 }
 
 TEST(AccountName, FollowsTheRules) {
-    for (const std::string good : {"a", "Anna Smith", "j\xC3\xBCrgen", "svc-tape.1", "x y#z", std::string(104, 'n').c_str()}) {
+    for (const std::string& good :
+         {std::string("a"), std::string("x"), "Anna Smith", "j\xC3\xBCrgen", "svc-tape.1", "x y#z", std::string(104, 'n')}) {
         EXPECT_EQ("", name_fault(good)) << good;
     }
     EXPECT_EQ("a name has 1 to 104 characters.", name_fault(""));

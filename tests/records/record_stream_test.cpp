@@ -80,8 +80,7 @@ TEST_F(RecordStream, TheAttributeFormIsTheDocumentFormEscapedOnceMore) {
 }
 
 TEST_F(RecordStream, RandomTextMatchesInBothForms) {
-    // Ampersand, number sign and x stay apart: what they make together has a test of its own.
-    const std::string alphabet = "aZ09 <>&\"'\x01\x09\x7F\xC3\xA4;";
+    const std::string alphabet = "ax4#09 <>&\"'\x01\x09\x7F\xC3\xA4;";
     std::mt19937 random(20261116);
     for (int round = 0; round < 200; ++round) {
         std::vector<std::string> values(1 + random() % 4);

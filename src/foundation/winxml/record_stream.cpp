@@ -33,23 +33,6 @@ std::uint8_t classes_in(std::string_view text) {
     return seen;
 }
 
-bool is_hex_digit(char character) {
-    return (character >= '0' && character <= '9') || (character >= 'A' && character <= 'F') ||
-           (character >= 'a' && character <= 'f');
-}
-
-/// Length of the hexadecimal character reference that the text starts with, 0 when there is none.
-std::size_t reference_length(std::string_view text) {
-    if (!text.starts_with("&#x")) {
-        return 0;
-    }
-    std::size_t end = 3;
-    while (end < text.size() && is_hex_digit(text[end])) {
-        ++end;
-    }
-    return end > 3 && end < text.size() && text[end] == ';' ? end + 1 : 0;
-}
-
 void append_special(std::string& out, char character) {
     static constexpr char digits[] = "0123456789ABCDEF";
     switch (character) {
@@ -97,14 +80,8 @@ bool append_escaped_value(std::string& out, std::string_view value) {
         const std::uint8_t kind = class_of(value[at]);
         if (kind == escaped_byte) {
             out.append(value, run, at - run);
-            // A reference is a character already: its ampersand isn't escaped again.
-            const std::size_t kept = value[at] == '&' ? reference_length(value.substr(at)) : 0;
-            if (kept != 0) {
-                out.append(value, at, kept);
-            } else {
-                append_special(out, value[at]);
-            }
-            at += kept != 0 ? kept : 1;
+            append_special(out, value[at]);
+            ++at;
             run = at;
         } else {
             ascii = ascii && kind == plain_byte;

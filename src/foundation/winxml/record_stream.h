@@ -39,9 +39,6 @@ private:
 
 /// Writes a root element with a long list of equal records, as the same bytes that the document layer would print, in one
 /// pass and without a tree. The root's attributes may be set after the records. Used by one thread.
-///
-/// A value that looks like the start of a hexadecimal character reference but isn't one is escaped, where the document layer
-/// would let it run on: device text must not be able to break the list.
 class record_stream_t {
 public:
     record_stream_t(std::string_view root_name, record_form form);

@@ -19,7 +19,6 @@ UNKNOWN = uuid.uuidtup_to_bin(("00000000-1111-2222-3333-444444444444", "1.0"))
 ECHO, _, PRODUCE, WHO, FAULT, COUNT = range(6)
 LEVELS = {
     "connect": rpcrt.RPC_C_AUTHN_LEVEL_CONNECT,
-    "packet": rpcrt.RPC_C_AUTHN_LEVEL_PKT,
     "integrity": rpcrt.RPC_C_AUTHN_LEVEL_PKT_INTEGRITY,
     "privacy": rpcrt.RPC_C_AUTHN_LEVEL_PKT_PRIVACY,
 }
@@ -90,6 +89,9 @@ def authenticated_calls(port, user, password):
         dce.disconnect()
         refused = connect(port, level=level, user=user, password=password + "!")
         fails_with("rpc_s_access_denied", lambda: call(refused, WHO))
+    # At level packet this client promises signatures but makes none: exactly what must not get through.
+    unsigned = connect(port, level=rpcrt.RPC_C_AUTHN_LEVEL_PKT, user=user, password=password)
+    fails_with("rpc_s_access_denied", lambda: call(unsigned, WHO))
 
 
 def builtin_interfaces(port):

@@ -5,7 +5,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "rpc/accounts/temporary_folder.h"
 #include "rpc/ntlm/ntlm_fixture.h"
@@ -105,8 +107,8 @@ TEST(AccountTable, PutReplacesWithoutRegardToCase) {
 }
 
 TEST(AccountName, FollowsTheRules) {
-    for (const std::string& good :
-         {std::string("a"), std::string("x"), "Anna Smith", "j\xC3\xBCrgen", "svc-tape.1", "x y#z", std::string(104, 'n')}) {
+    const std::vector<std::string> names{"a", "Anna Smith", "j\xC3\xBCrgen", "svc-tape.1", "x y#z", std::string(104, 'n')};
+    for (const std::string& good : names) {
         EXPECT_EQ("", name_fault(good)) << good;
     }
     EXPECT_EQ("a name has 1 to 104 characters.", name_fault(""));

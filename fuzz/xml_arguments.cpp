@@ -37,10 +37,12 @@ void compare_with_parser(const std::string& text) {
     TiXmlDocument document;
     document.Parse(text.c_str(), nullptr, TIXML_ENCODING_UNKNOWN);
     const std::size_t depth = parsed_depth(document);
-    require(!winxml::nests_deeper_than(text, depth));
-    // The parser stops at an attribute that stands twice, the scan does not; both refuse such a text in the end.
     if (depth > 0) {
         require(winxml::nests_deeper_than(text, depth - 1));
+    }
+    // The parser stops at an attribute that stands twice, the scan does not: it may count more in a text that is refused anyway.
+    if (!document.Error()) {
+        require(!winxml::nests_deeper_than(text, depth));
     }
 }
 

@@ -1,3 +1,7 @@
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
 #include "virtual_library/library_fixture.h"
 
 namespace platform::tape_library {
@@ -142,7 +146,8 @@ TEST_F(personality_test, says_what_is_wrong_with_a_file) {
 }
 
 TEST_F(personality_test, names_the_file_that_keeps_a_library_shut) {
-    EXPECT_EQ(opening_problem(u"C:\\none").substr(0, 49), "Library file 'C:\\none\\library.xml' can't be read: ");
+    EXPECT_EQ(opening_problem(u"C:\\none"),
+              "Library file 'C:\\none\\library.xml' can't be read: " + exc::win_error_text(error::path_not_found));
     start();
     EXPECT_EQ(opening_problem(folder), "Library file 'C:\\library\\state.xml.lock': another process has the library open");
     stop();
@@ -188,6 +193,13 @@ TEST_F(personality_test, writes_a_state_that_names_every_cartridge_once) {
               "<cartridge element=\"4097\" barcode=\"TRN002L8\" source=\"none\" write-protected=\"false\" worm=\"false\" "
               "cleaning=\"false\" by-operator=\"false\" loaded=\"false\"/>\n"
               "</state>\n");
+}
+
+TEST_F(personality_test, has_an_example_that_is_the_default_library) {
+    const auto root = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
+    std::ifstream example(root / "examples" / "library-24" / "library.xml", std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(example), {}};
+    EXPECT_EQ(personality_text(parse_personality(text, "library.xml")), personality_text(make_personality()));
 }
 
 TEST_F(personality_test, makes_room_for_many_ports_and_drives) {

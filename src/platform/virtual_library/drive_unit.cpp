@@ -75,6 +75,12 @@ void drive_unit::settle() {
     }
 }
 
+void drive_unit::forget(const nexus& initiator) {
+    if (loaded_by_ == &initiator) {
+        loaded_by_ = nullptr;
+    }
+}
+
 sense_code drive_unit::readiness() const {
     const element& here = place();
     if (!here.medium || !here.loaded) {

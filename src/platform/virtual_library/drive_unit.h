@@ -26,6 +26,7 @@ protected:
     const command_traits& traits_of(std::uint8_t code) const override;
     command_result dispatch(command_request& request) override;
     void settle() override;
+    void forget(const nexus& initiator) override;
     std::vector<std::uint8_t> more_vital_pages() const override;
     byte_vector vital_page_body(std::uint8_t page) const override;
     std::vector<std::uint8_t> mode_pages() const override;

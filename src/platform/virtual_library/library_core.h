@@ -16,7 +16,6 @@ class state_store {
 public:
     explicit state_store(std::u16string path) : path_(std::move(path)) {}
 
-    [[nodiscard]] const std::u16string& path() const { return path_; }
     /// Takes over the state file if there is one. Throws `library_error`.
     void load(inventory& elements) const;
     /// Returns a system error number. After success the state survives a crash; after a failure the former one does.

@@ -44,8 +44,8 @@ void logical_unit::disconnect(const nexus& initiator) {
     if (reserved_by_ == &initiator) {
         reserved_by_ = nullptr;
     }
+    forget(initiator);
     initiators_.remove_if([&initiator](const nexus& each) { return &each == &initiator; });
-    removal_changed();
 }
 
 void logical_unit::raise(const sense_code& attention, const nexus* but) {
@@ -188,7 +188,6 @@ command_result logical_unit::prevent_allow(command_request& request) {
         return command_result::check(sense::invalid_field);
     }
     request.initiator.prevents_removal = wanted == 1;
-    removal_changed();
     return command_result::good();
 }
 

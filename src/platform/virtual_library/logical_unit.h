@@ -151,12 +151,11 @@ protected:
     [[nodiscard]] virtual std::uint8_t device_specific() const { return 0; }
     /// Empty for a unit that has none.
     [[nodiscard]] virtual byte_vector block_descriptor() const { return {}; }
-    /// PREVENT ALLOW changed what the initiator wants.
-    virtual void removal_changed() {}
+    /// An initiator is gone; the reference dies with the call.
+    virtual void forget(const nexus&) {}
 
     // Handlers that units share.
     command_result refuse(command_request&) { return command_result::check(sense::invalid_opcode); }
-    command_result accept(command_request&) { return command_result::good(); }
     command_result inquiry(command_request& request);
     command_result request_sense(command_request& request);
     command_result mode_sense_6(command_request& request);

@@ -37,7 +37,6 @@ public:
     [[nodiscard]] const personality& made_of() const { return core_.made_of; }
     /// Number of logical units, the changer included.
     [[nodiscard]] std::uint8_t units() const { return static_cast<std::uint8_t>(drives_.size() + 1); }
-    [[nodiscard]] const unit_identity& identity(std::uint8_t unit) const { return at(unit).identity(); }
 
     /// A new initiator for a unit; each transport is one, until it is destroyed. Keeps the library open.
     [[nodiscard]] std::shared_ptr<device_stack::scsi_transport> connect(std::uint8_t unit);

@@ -40,12 +40,32 @@ class InvokerTestConnectionResponse(NDRCALL):
     structure = (("ret", InvokeResult),)
 
 
+class _Connection(transport.TCPTransport):
+    """impacket's own, but a server that goes away ends the read instead of letting it spin."""
+
+    def recv(self, forceRecv=0, count=0):
+        data = b""
+        while not data or len(data) < count:
+            part = self.get_socket().recv(count - len(data) if count else 8192)
+            if not part:
+                raise ConnectionError("the server has closed the connection")
+            data += part
+        return data
+
+
 class CallFailed(Exception):
     """The server has answered that the call failed; the text is the server's own."""
 
 
+class _Units(str):
+    """A text that goes over the wire unit by unit, unpaired surrogates included, which the library would refuse."""
+
+    def encode(self, encoding="utf-16le", errors="surrogatepass"):
+        return str.encode(self, encoding, errors)
+
+
 def _text(value):
-    text = value.decode("utf-16le") if isinstance(value, bytes) else str(value)
+    text = value.decode("utf-16le", "surrogatepass") if isinstance(value, bytes) else str(value)
     return text.split("\0", 1)[0]
 
 
@@ -57,7 +77,7 @@ class TapeClient:
 
     def __init__(self, host, port, user=None, password="", domain="", level="integrity", owner=None, timeout=120):
         self.owner = owner
-        rpc = transport.DCERPCTransportFactory(f"ncacn_ip_tcp:{host}[{port}]")
+        rpc = _Connection(host, port)
         rpc.set_connect_timeout(timeout)
         if user is not None:
             rpc.set_credentials(user, password, domain)
@@ -73,8 +93,8 @@ class TapeClient:
     def do_rpc(self, procedure, text):
         """The bare remote procedure: (success, output or "", error message or "")."""
         request = DoRpc()
-        request["procedure"] = procedure + "\0"
-        request["input"] = text + "\0"
+        request["procedure"] = _Units(procedure + "\0")
+        request["input"] = _Units(text + "\0")
         reply = self.dce.request(request, checkError=False)
         return reply["ret"]["success"] != 0, _text(reply["output"]), _text(reply["ret"]["errorMessage"])
 

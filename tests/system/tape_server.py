@@ -77,10 +77,10 @@ class TapeServer:
 
     def start(self, port_switch=None):
         """`port_switch`: another number behind -port than the one that the server is to listen on."""
-        self.process = subprocess.Popen(
-            [PROGRAMS / "TarnoTapeSvc", "-debug", "-settings", self.folder / "settings.reg", "-state", self.state, "-log", self.log_path,
-             "-port", str(port_switch or self.port)], cwd=self.folder, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-            stderr=open(self.folder / "stderr", "ab"))
+        command = [PROGRAMS / "TarnoTapeSvc", "-debug", "-settings", self.folder / "settings.reg", "-state", self.state, "-log", self.log_path,
+                   "-port", str(port_switch or self.port)]
+        with open(self.folder / "stderr", "ab") as errors:
+            self.process = subprocess.Popen(command, cwd=self.folder, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=errors)
         deadline = time.monotonic() + START_SECONDS
         while True:
             try:

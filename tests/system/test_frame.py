@@ -2,8 +2,8 @@
 
 import unittest
 
-from impacket_client import CallFailed
 from tape_server import TapeServer, free_port
+from impacket_client import CallFailed
 
 EMPTY = "<InputArguments />"
 

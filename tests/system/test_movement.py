@@ -3,8 +3,8 @@
 import unittest
 import xml.etree.ElementTree as ElementTree
 
-from impacket_client import CallFailed
 from tape_server import TapeServer
+from impacket_client import CallFailed
 
 LINK = r"\\.\Changer0"
 FULL = 0x1

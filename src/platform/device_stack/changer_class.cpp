@@ -310,7 +310,11 @@ std::uint32_t changer_class::read_report(const CHANGER_READ_ELEMENT_STATUS& requ
 }
 
 std::uint32_t changer_class::initialize_element_status(std::span<const std::uint8_t> input) {
-    const auto request = util::load_record<CHANGER_INITIALIZE_ELEMENT_STATUS>(input);
+    // Without elements named, all of them are meant.
+    CHANGER_INITIALIZE_ELEMENT_STATUS request;
+    if (input.size() >= sizeof(request)) {
+        request = util::load_record<CHANGER_INITIALIZE_ELEMENT_STATUS>(input);
+    }
     if (request.Element.ElementType != AllElements) {
         if (const std::uint32_t failure = need_map(); failure != 0) {
             return failure;

@@ -59,7 +59,7 @@ TEST(StateFile, IsWholeAfterAKillAtAnyMoment) {
     const test_support::temporary_folder folder;
     std::mt19937 random(20261121);
     std::uint32_t stored = 0;
-    for (int round = 0; round < 40; ++round) {
+    for (int round = 0; round < 25; ++round) {
         std::array<int, 2> ends{};
         ASSERT_EQ(pipe(ends.data()), 0);
         const pid_t child = fork();
@@ -69,7 +69,7 @@ TEST(StateFile, IsWholeAfterAKillAtAnyMoment) {
             write_for_ever(folder.path(), ends[1], stored + 1);
         }
         close(ends[1]);
-        const auto wanted = static_cast<std::uint32_t>(random() % 20) + 1;
+        const auto wanted = static_cast<std::uint32_t>(random() % 6) + 1;
         std::uint32_t seen = 0;
         char mark = 0;
         while (seen < wanted && read(ends[0], &mark, 1) == 1) {

@@ -42,6 +42,7 @@ class Killed(unittest.TestCase):
             stop.set()
             mover.join(60)
             self.assertFalse(mover.is_alive(), "the client hangs after the server's death")
+            client.close()
             server.start()
             client = server.client(owner=owner)
             self.assertEqual(client.call("GetOwnerName")["OwnerName"], owner)

@@ -71,6 +71,38 @@ int transfer_of(const scsi_command& command) {
     }
 }
 
+/// Room for an answer that a command block promises (SPC-4, SMC-3, SSC-4: allocation length); 0 for commands that have none.
+std::size_t allocation_length(const scsi_command& command) {
+    const std::span<const std::uint8_t> cdb(command.cdb);
+    switch (cdb[0]) {
+        case 0x12:  // INQUIRY
+            return util::load_be16(cdb, 3);
+        case 0x03:  // REQUEST SENSE
+        case 0x1A:  // MODE SENSE(6)
+            return cdb[4];
+        case 0x4D:  // LOG SENSE
+        case 0x5A:  // MODE SENSE(10)
+            return util::load_be16(cdb, 7);
+        case 0xB8:  // READ ELEMENT STATUS
+            return util::load_be24(cdb, 7);
+        case 0x8C:  // READ ATTRIBUTE
+            return util::load_be32(cdb, 10);
+        default:
+            return 0;
+    }
+}
+
+/// Bytes that the target is told to expect to send. Some targets refuse a command whose block promises more room than the
+/// transfer has, instead of cutting their answer; so such a command gets the room that it speaks of, and the answer is cut here.
+int expected_length(const scsi_command& command, int transfer) {
+    constexpr std::size_t most = 1U << 20U;
+    if (transfer == SCSI_XFER_NONE) {
+        return 0;
+    }
+    const std::size_t promised = transfer == SCSI_XFER_READ ? std::min(allocation_length(command), most) : 0;
+    return static_cast<int>(std::max(command.data.size(), promised));
+}
+
 std::uint32_t moved(const scsi_task& task, const scsi_command& command) {
     if (task.xfer_dir == SCSI_XFER_READ) {
         const auto came = static_cast<std::size_t>(std::max(task.datain.size, 0));
@@ -249,8 +281,7 @@ iscsi_session::waiting iscsi_session::wait_for(const progress& expected, io_dead
 scsi_outcome iscsi_session::execute(std::uint8_t lun, const scsi_command& command, io_deadline deadline) {
     auto cdb = command.cdb;
     const int transfer = transfer_of(command);
-    const int length = transfer == SCSI_XFER_NONE ? 0 : static_cast<int>(command.data.size());
-    const task_ptr task(scsi_create_task(command.cdb_length, cdb.data(), transfer, length));
+    const task_ptr task(scsi_create_task(command.cdb_length, cdb.data(), transfer, expected_length(command, transfer)));
     iscsi_data outgoing{command.data.size(), command.data.data()};
     progress sent;
     if (!task || iscsi_scsi_command_async(context_, lun, task.get(), progress::finish,

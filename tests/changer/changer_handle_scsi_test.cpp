@@ -174,7 +174,8 @@ TEST_F(ChangerHandleScsi, LogsAClosingThatFailed) {
 TEST_F(ChangerHandleScsi, NamesItselfByItsTargetWithoutAClassDriver) {
     serve(refuse);
     const auto changer = open();
-    const auto address = util::record_bytes(SCSI_ADDRESS{8, 0, 0, 5, 0});
+    const SCSI_ADDRESS address_record{8, 0, 0, 5, 0};
+    const auto address = util::record_bytes(address_record);
     world.system.devices.queue_control(get_device_number, {1110, {}, {}, {}});
     world.system.devices.queue_control(get_device_number, {1, {}, {}, {}});
     world.system.devices.queue_control(get_address, {0, {address.begin(), address.end()}, {}, {}});
@@ -185,7 +186,8 @@ TEST_F(ChangerHandleScsi, NamesItselfByItsTargetWithoutAClassDriver) {
                   changer->GetDeviceName();
               }).find("DeviceIoControl(StorageGetDeviceNumber) in '\\\\.\\Changer0' with error Access is denied."),
               std::string::npos);
-    const auto number = util::record_bytes(platform::STORAGE_DEVICE_NUMBER{0x30, 3, 0});
+    const platform::STORAGE_DEVICE_NUMBER number_record{0x30, 3, 0};
+    const auto number = util::record_bytes(number_record);
     world.system.devices.queue_control(get_device_number, {0, {number.begin(), number.end()}, {}, {}});
     EXPECT_EQ(changer->GetDeviceName(), u"Changer3");
 }

@@ -27,7 +27,7 @@ public:
             platform::device_stack::logical_unit_info info;
             info.peripheral_type = unit == 0 ? 8 : 1;
             info.identity = std::to_string(unit);
-            info.serial = library_->identity(unit).serial;
+            info.serial = unit == 0 ? library_->made_of().serial : library_->made_of().drive_units.at(unit - 1u).serial;
             info.location.lun = unit;
             units.push_back(info);
         }

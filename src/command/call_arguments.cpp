@@ -101,15 +101,15 @@ winxml::node_t COutputArguments::AddElement(std::string_view name) {
     return add_child(name);
 }
 
-std::u16string COutputArguments::Serialize() const {
+std::u16string COutputArguments::TakeText() {
     try {
-        return streams_.empty() ? text::utf8_to_wide(winxml::serialize_xml(document_)) : serialize_with_streams();
+        return streams_.empty() ? text::utf8_to_wide(winxml::serialize_xml(document_)) : take_text_with_streams();
     } catch (std::exception& e) {
         exc::rethrow_with_trace("Failed to serialize XML document.", e);
     }
 }
 
-std::u16string COutputArguments::serialize_with_streams() const {
+std::u16string COutputArguments::take_text_with_streams() {
     std::u16string out;
     const std::vector<winxml::node_t> children = winxml::child_elements(root_);
     std::size_t next_stream = 0;
@@ -119,7 +119,7 @@ std::u16string COutputArguments::serialize_with_streams() const {
             out.append(text::utf8_to_wide(winxml::serialize_xml(children[position])));
             continue;
         }
-        const streamed_child& child = streams_[next_stream++];
+        const streamed_child child = std::move(streams_[next_stream++]);
         const winxml::record_stream_t::text_pieces pieces = child.record.pieces();
         // The printer puts a value that holds a double quotation mark between apostrophes.
         const std::string_view quote = child.record.has_double_quote() ? "'" : "\"";

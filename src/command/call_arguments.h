@@ -54,8 +54,8 @@ public:
     /// Adds an empty child, for results with structure.
     [[nodiscard]] winxml::node_t AddElement(std::string_view name);
 
-    /// The whole output as it goes out.
-    [[nodiscard]] std::u16string Serialize() const;
+    /// The whole output as it goes out. The streams are used up: their memory is given back on the way.
+    [[nodiscard]] std::u16string TakeText();
 
 private:
     /// A stream takes the place of one child, which stands empty in the document.
@@ -66,7 +66,7 @@ private:
     };
 
     winxml::node_t add_child(std::string_view name);
-    [[nodiscard]] std::u16string serialize_with_streams() const;
+    [[nodiscard]] std::u16string take_text_with_streams();
 
     winxml::document_t document_;
     winxml::node_t root_;

@@ -1,5 +1,7 @@
 #include "command/invoke_dispatcher.h"
 
+#include <array>
+
 #include "command/com_scope.h"
 #include "foundation/exc/exceptions.h"
 #include "foundation/logging/log_writer.h"
@@ -15,13 +17,34 @@ namespace wrap {
 
 namespace {
 
-/// One log line of a call. Built in place: the text can be many megabytes.
+/// Appends the text in the ANSI code page. ASCII is the same in all of them and usual here, in texts of many megabytes, so it is
+/// narrowed as it goes; anything else is left to the system.
+void append_ansi(std::string& line, std::u16string_view text) {
+    const std::size_t start = line.size();
+    line.reserve(start + text.size());
+    std::array<char, 4096> narrow;
+    for (std::size_t at = 0; at < text.size(); at += narrow.size()) {
+        const std::u16string_view units = text.substr(at, narrow.size());
+        char16_t seen = 0;
+        for (std::size_t index = 0; index < units.size(); ++index) {
+            seen = static_cast<char16_t>(seen | units[index]);
+            narrow[index] = static_cast<char>(units[index]);
+        }
+        if (seen >= 0x80) {
+            line.resize(start);
+            line.append(text::wide_to_ansi_safe(text));
+            return;
+        }
+        line.append(narrow.data(), units.size());
+    }
+}
+
+/// One log line of a call.
 void log_call_line(std::string_view tag, const std::u16string& procedure, std::u16string_view text) {
     std::string line(tag);
-    const std::string name = text::wide_to_ansi_safe(procedure);
-    const std::string content = text::wide_to_ansi_safe(text);
-    line.reserve(tag.size() + name.size() + 1 + content.size());
-    line.append(name).append(1, ':').append(content);
+    append_ansi(line, procedure);
+    line.push_back(':');
+    append_ansi(line, text);
     g_rpcLog.LogMessage(line);
 }
 
@@ -86,7 +109,7 @@ std::u16string IInvokeDispatcher::run_call(const std::u16string& procedure, cons
     } else {
         Invoke(procedure, arguments, results);
     }
-    std::u16string text = results.Serialize();
+    std::u16string text = results.TakeText();
     LogSoapExit(procedure, text);
     return text;
 }

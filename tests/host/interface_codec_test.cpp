@@ -16,7 +16,7 @@ using test_support::stub_builder;
 class aligned_stub {
 public:
     explicit aligned_stub(const std::vector<std::uint8_t>& bytes) : words_(bytes.size() / 8 + 1), size_(bytes.size()) {
-        std::memcpy(words_.data(), bytes.data(), bytes.size());
+        std::copy(bytes.begin(), bytes.end(), reinterpret_cast<std::uint8_t*>(words_.data()));
     }
     [[nodiscard]] std::span<const std::uint8_t> bytes() const {
         return {reinterpret_cast<const std::uint8_t*>(words_.data()), size_};

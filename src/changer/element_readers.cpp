@@ -4,6 +4,7 @@
 
 #include <boost/make_shared.hpp>
 
+#include "foundation/exc/exceptions.h"
 #include "foundation/logging/log_writer.h"
 #include "foundation/text/conversion.h"
 #include "foundation/util/bytes.h"
@@ -13,6 +14,10 @@ std::vector<CHANGER_ELEMENT_STATUS_EX> ReadByPortions(const element_block_reader
     std::vector<CHANGER_ELEMENT_STATUS_EX> records;
     std::uint16_t address = first;
     std::uint16_t remaining = count;
+    if (portion == 0 && remaining != 0) {
+        // Reading nothing again and again would hold the changer for ever.
+        throw exc::runtime_exc_t("No elements can be read in portions of 0.");
+    }
     while (remaining != 0) {
         const std::vector<CHANGER_ELEMENT_STATUS_EX> block = read(address, std::min(portion, remaining));
         records.insert(records.end(), block.begin(), block.end());

@@ -360,9 +360,15 @@ TEST_F(ChangerClass, RefusesElementsThatAreNot) {
     EXPECT_EQ(read(ChangerSlot, 0xFFFFFFFF, 1), 1162U);
     EXPECT_EQ(unit->sent.size(), 1U);
     EXPECT_EQ(read(5, 0, 1), 87U);
-    EXPECT_EQ(read(ChangerSlot, 0, 0), 87U);
     EXPECT_EQ(read(ChangerSlot, 0, 2, 99), 122U);
     EXPECT_EQ(changer.control(ioctl::changer_get_element_status, bytes(15), output, returned), 87U);
+}
+
+TEST_F(ChangerClass, AnswersARequestForNoElementsWithNone) {
+    EXPECT_EQ(read(ChangerTransport, 0, 0), 0U);
+    EXPECT_EQ(returned, 0U);
+    EXPECT_EQ(read(AllElements, 0, 0), 0U);
+    EXPECT_TRUE(unit->sent.empty());
 }
 
 TEST_F(ChangerClass, MakesUpForElementsThatDidNotCome) {

@@ -157,6 +157,12 @@ class BadInput(unittest.TestCase):
         success, output, _ = call("GetElementsStatuses", xml(OwnerName="A", SymLinkName=link, ElementAddress=24, ElementsCount=5, ElementType=2))
         self.assertTrue(success)
         self.assertNotIn("ElementStatus ", output)
+        for kind in (0, 1, 2, 3, 4):
+            for name in ("GetElementsStatuses", "GetElementsStatusesByScsi"):
+                with self.subTest(f"{name} of no elements of type {kind}"):
+                    success, output, error = call(name, xml(OwnerName="A", SymLinkName=link, ElementAddress=0, ElementsCount=0, ElementType=kind))
+                    self.assertTrue(success, error)
+                    self.assertIn("&lt;ElementsStatuses DeviceName=&quot;Changer0&quot; ", output)
         self.still_serves()
 
     def test_link_that_does_not_exist(self):

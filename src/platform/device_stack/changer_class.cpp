@@ -203,8 +203,12 @@ std::uint32_t changer_class::get_element_status(std::span<const std::uint8_t> in
     }
     const auto request = util::load_record<CHANGER_READ_ELEMENT_STATUS>(input);
     const std::size_t count = request.NumberOfElements;
-    if (count == 0 || count > 0xFFFF || request.Element.ElementType > ChangerDrive) {
+    if (count > 0xFFFF || request.Element.ElementType > ChangerDrive) {
         return error::invalid_parameter;
+    }
+    if (count == 0) {
+        returned = 0;
+        return error::success;
     }
     if (output.size() < count * CHANGER_ELEMENT_STATUS_SIZE) {
         return error::insufficient_buffer;

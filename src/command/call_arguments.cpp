@@ -1,31 +1,16 @@
 #include "command/call_arguments.h"
 
-#include <algorithm>
-#include <array>
-
 #include "foundation/exc/exceptions.h"
+#include "foundation/text/ascii.h"
 #include "foundation/text/conversion.h"
 
 namespace {
 
 constexpr std::string_view output_root = "OutputArguments";
 
-/// Appends ASCII text, widened in pieces that stay in the cache: the target is written once.
-void append_ascii(std::u16string& out, std::string_view ascii) {
-    std::array<char16_t, 2048> units;
-    while (!ascii.empty()) {
-        const std::size_t count = std::min(ascii.size(), units.size());
-        for (std::size_t index = 0; index < count; ++index) {
-            units[index] = static_cast<unsigned char>(ascii[index]);
-        }
-        out.append(units.data(), count);
-        ascii.remove_prefix(count);
-    }
-}
-
 void append_record_text(std::u16string& out, std::string_view text, bool ascii) {
     if (ascii) {
-        append_ascii(out, text);
+        text::append_widened_ascii(out, text);
     } else {
         out.append(text::utf8_to_wide_lenient(text));
     }
@@ -113,7 +98,7 @@ std::u16string COutputArguments::take_text_with_streams() {
     std::u16string out;
     const std::vector<winxml::node_t> children = winxml::child_elements(root_);
     std::size_t next_stream = 0;
-    append_ascii(out, "<OutputArguments>");
+    text::append_widened_ascii(out, "<OutputArguments>");
     for (std::size_t position = 0; position < children.size(); ++position) {
         if (next_stream == streams_.size() || streams_[next_stream].position != position) {
             out.append(text::utf8_to_wide(winxml::serialize_xml(children[position])));
@@ -124,13 +109,13 @@ std::u16string COutputArguments::take_text_with_streams() {
         // The printer puts a value that holds a double quotation mark between apostrophes.
         const std::string_view quote = child.record.has_double_quote() ? "'" : "\"";
         out.reserve(out.size() + child.name.size() + pieces.opening.size() + pieces.records.size() + pieces.end.size() + 64);
-        append_ascii(out, "<" + child.name + " value=" + std::string(quote));
+        text::append_widened_ascii(out, "<" + child.name + " value=" + std::string(quote));
         append_record_text(out, pieces.opening, child.record.is_ascii());
         append_record_text(out, pieces.records, child.record.is_ascii());
-        append_ascii(out, pieces.end);
-        append_ascii(out, std::string(quote) + " />");
+        text::append_widened_ascii(out, pieces.end);
+        text::append_widened_ascii(out, std::string(quote) + " />");
     }
-    append_ascii(out, "</OutputArguments>");
+    text::append_widened_ascii(out, "</OutputArguments>");
     return out;
 }
 

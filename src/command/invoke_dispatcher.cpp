@@ -1,11 +1,10 @@
 #include "command/invoke_dispatcher.h"
 
-#include <array>
-
 #include "command/com_scope.h"
 #include "foundation/exc/exceptions.h"
 #include "foundation/logging/log_writer.h"
 #include "foundation/security/client_check.h"
+#include "foundation/text/ascii.h"
 #include "foundation/text/conversion.h"
 
 InvokeResult MakeErrorResult(const std::exception& e) {
@@ -17,25 +16,13 @@ namespace wrap {
 
 namespace {
 
-/// Appends the text in the ANSI code page. ASCII is the same in all of them and usual here, in texts of many megabytes, so it is
-/// narrowed as it goes; anything else is left to the system.
+/// Appends the text in the ANSI code page. ASCII is the same in all of them and goes the short way; the system converts what
+/// isn't, as a whole, since an ASCII unit may belong to a letter's accent.
 void append_ansi(std::string& line, std::u16string_view text) {
     const std::size_t start = line.size();
-    line.reserve(start + text.size());
-    std::array<char, 4096> narrow;
-    for (std::size_t at = 0; at < text.size(); at += narrow.size()) {
-        const std::u16string_view units = text.substr(at, narrow.size());
-        char16_t seen = 0;
-        for (std::size_t index = 0; index < units.size(); ++index) {
-            seen = static_cast<char16_t>(seen | units[index]);
-            narrow[index] = static_cast<char>(units[index]);
-        }
-        if (seen >= 0x80) {
-            line.resize(start);
-            line.append(text::wide_to_ansi_safe(text));
-            return;
-        }
-        line.append(narrow.data(), units.size());
+    if (text::append_narrowed_ascii(line, text) < text.size()) {
+        line.resize(start);
+        line.append(text::wide_to_ansi_safe(text));
     }
 }
 

@@ -1,3 +1,4 @@
+#include <malloc.h>
 #include <signal.h>
 #include <time.h>
 #include <unistd.h>
@@ -15,6 +16,10 @@ namespace {
 
 constexpr int exit_bad_settings = 2;
 
+constexpr int largest_kept_block = 32 * 1024 * 1024;  ///< the most that the C library allows
+constexpr int most_kept_memory = 128 * 1024 * 1024;
+constexpr std::size_t memory_worth_giving_back = std::size_t{4} * 1024 * 1024;
+
 sigset_t ending_signals() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -30,8 +35,22 @@ void hold_ending_signals() {
     signal(SIGPIPE, SIG_IGN);
 }
 
+/// An answer about a large library takes some buffers of many megabytes. Getting each from the kernel anew costs more than all the
+/// work on them, so freed memory is kept for the next call, and given back when the server comes to rest.
+void keep_freed_memory() {
+    mallopt(M_MMAP_THRESHOLD, largest_kept_block);
+    mallopt(M_TRIM_THRESHOLD, most_kept_memory);
+}
+
+void give_back_freed_memory() {
+    if (mallinfo2().fordblks > memory_worth_giving_back) {
+        malloc_trim(0);
+    }
+}
+
 /// False when the process has been told to end, within the time or before.
 bool wait_for_end(std::int64_t milliseconds) {
+    give_back_freed_memory();
     const sigset_t signals = ending_signals();
     timespec limit{};
     limit.tv_sec = milliseconds / 1000;
@@ -43,6 +62,7 @@ bool wait_for_end(std::int64_t milliseconds) {
 
 int main() {
     hold_ending_signals();
+    keep_freed_memory();
     std::unique_ptr<tape_server::assembled_system> system;
     try {
         platform::linux_os::linux_process process;

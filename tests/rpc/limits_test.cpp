@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/resource.h>
 
 #include <memory>
 #include <vector>
@@ -41,6 +42,24 @@ TEST(RpcLimitsTest, HalfDoneAuthenticationCountsAgainstTheTimeToBind) {
     bind.auth = &auth;
     EXPECT_EQ(type_of(client.exchange(bind_pdu(bind))), 12U);
     EXPECT_TRUE(client.ended());
+}
+
+TEST(RpcLimitsTest, LaterAuthenticationHasTheTimeToBindAgain) {
+    test_server server(with([](rpc_limits& limits) { limits.bind_time = 500ms; }));
+    raw_connection client(server.port());
+    (void)client.exchange(bind_pdu());
+    raw_connection silent(server.port());
+    EXPECT_TRUE(silent.ended()) << "the client's time to bind is over by now";
+    raw_auth auth{10, 2, 1, 0, text_bytes("hello")};
+    raw_bind alter;
+    alter.type = 14;
+    alter.auth = &auth;
+    EXPECT_EQ(type_of(client.exchange(bind_pdu(alter))), 15U);
+    auth.token = text_bytes("secret");
+    client.send(pdu(16, 3, 1, bytes(4), true, &auth));
+    raw_request who;
+    who.operation = operation::who;
+    EXPECT_EQ(type_of(client.exchange(request_pdu(who))), 2U);
 }
 
 TEST(RpcLimitsTest, IncompleteFragmentOrRequestIsClosed) {
@@ -118,6 +137,33 @@ TEST(RpcLimitsTest, TotalLimitCountsTheLocalSocketToo) {
     EXPECT_TRUE(second.ended());
     raw_connection third(server.port());
     EXPECT_TRUE(third.ended());
+}
+
+TEST(RpcLimitsTest, ConnectionsLeaveDescriptorsToTheRest) {
+    EXPECT_EQ(connections_within(2048, 524288), 2048U);
+    EXPECT_EQ(connections_within(2048, 2304), 2048U);
+    EXPECT_EQ(connections_within(2048, 1024), 768U);
+    EXPECT_EQ(connections_within(2048, 512), 256U);
+    EXPECT_EQ(connections_within(2048, 300), 150U);
+    EXPECT_EQ(connections_within(10, 300), 10U);
+}
+
+TEST(RpcLimitsTest, DescriptorsOfTheProcessBoundTheConnections) {
+    rlimit allowed{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &allowed), 0);
+    rlimit few = allowed;
+    few.rlim_cur = 64;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    test_server server;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &allowed), 0);
+    server.wait_for_event("Only 32 connections are served at a time, because the process may open 64 files only.");
+    std::vector<std::unique_ptr<raw_connection>> clients;
+    for (int i = 0; i < 32; ++i) {
+        clients.push_back(std::make_unique<raw_connection>(server.port()));
+        EXPECT_EQ(type_of(clients.back()->exchange(bind_pdu())), 12U);
+    }
+    raw_connection next(server.port());
+    EXPECT_TRUE(next.ended());
 }
 
 TEST(RpcLimitsTest, UnauthenticatedRequestAboveItsLimitIsFaultFive) {

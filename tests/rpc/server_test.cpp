@@ -5,11 +5,13 @@
 #include <sys/socket.h>
 
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
 #include "rpc/support/raw_pdu.h"
 #include "rpc/support/test_server.h"
+#include "rpc/support/toy_security.h"
 
 namespace {
 
@@ -165,6 +167,77 @@ TEST(RpcServerTest, AbandonedCallIsNotAnswered) {
     const bytes answer = client.receive();
     EXPECT_EQ(le32(answer, 12), 6U);
     EXPECT_EQ(stub_of(answer), bytes{2});
+}
+
+/// A connection authenticated at level integrity by the toy mechanism.
+class signing_client {
+public:
+    explicit signing_client(std::uint16_t port) : connection(port) {
+        raw_auth auth{10, level, 1, 0, text_bytes("hello")};
+        raw_bind bind;
+        bind.auth = &auth;
+        EXPECT_EQ(type_of(connection.exchange(bind_pdu(bind))), 12U);
+        auth.token = text_bytes("secret");
+        connection.send(pdu(16, 3, 1, bytes(4), true, &auth));
+    }
+    void call(unsigned number_of_operation, std::uint32_t call_id) {
+        raw_auth auth{10, level, 1, 0, bytes(16)};
+        raw_request made;
+        made.operation = number_of_operation;
+        made.call_id = call_id;
+        made.stub = bytes(16);
+        made.auth = &auth;
+        bytes data = request_pdu(made);
+        const std::span<std::uint8_t> all(data);
+        signer.protect(auth_level::integrity, all.first(data.size() - 16), 24, 16, all.last(16));
+        connection.send(data);
+    }
+    /// Call id of the next answer, 0 for one whose signature is wrong.
+    std::uint32_t answered() {
+        bytes data = connection.receive();
+        const std::span<std::uint8_t> all(data);
+        const bool fits =
+            data.size() == 64 && signer.unprotect(auth_level::integrity, all.first(data.size() - 16), 24, 16, all.last(16));
+        return fits ? le32(data, 12) : 0;
+    }
+
+    raw_connection connection;
+    toy_signer signer;
+
+private:
+    static constexpr unsigned level = 5;
+};
+
+TEST(RpcServerTest, SignaturesStayInStepWhenACallIsAbandoned) {
+    test_server server;
+    signing_client client(server.port());
+    client.call(operation::block, 5);
+    server.wait_for_blocked(1);
+    client.connection.send(pdu(19, 3, 5, {}));
+    client.call(operation::echo, 6);
+    server.release();
+    EXPECT_EQ(client.answered(), 5U) << "to be thrown away, but counted";
+    EXPECT_EQ(client.answered(), 6U);
+}
+
+TEST(RpcServerTest, LackOfMemoryCostsOneConnection) {
+    class poor_provider final : public security_provider {
+    public:
+        std::uint8_t auth_type() const override { return 10; }
+        bool supports(auth_level) const override { return true; }
+        std::unique_ptr<security_context> create(auth_level) override { throw std::bad_alloc(); }
+    };
+    test_server server(loopback_options(), 100, std::make_shared<poor_provider>());
+    raw_connection poor(server.port());
+    const raw_auth auth{10, 2, 1, 0, text_bytes("hello")};
+    raw_bind bind;
+    bind.auth = &auth;
+    poor.send(bind_pdu(bind));
+    EXPECT_TRUE(poor.ended());
+    server.wait_for_event("A connection was closed: std::bad_alloc");
+    raw_connection next(server.port());
+    (void)next.exchange(bind_pdu());
+    EXPECT_EQ(stub_of(next.exchange(request(operation::echo, {4}))), bytes{4});
 }
 
 TEST(RpcServerTest, WhoEndsItsOutputStillGetsItsAnswers) {

@@ -77,6 +77,7 @@ outgoing protected_response(const rpc_call& call, std::span<const std::uint8_t> 
     const std::size_t chunk = (call.max_fragment - overhead) & ~(auth_alignment - 1);
     const std::size_t count = stub.empty() ? 1 : (stub.size() + chunk - 1) / chunk;
     outgoing out;
+    out.numbered = true;
     out.bytes.reserve(stub.size() + count * (overhead + auth_alignment));
     for (std::size_t i = 0; i < count; ++i) {
         const std::span<const std::uint8_t> part = stub.subspan(i * chunk, std::min(chunk, stub.size() - i * chunk));
@@ -100,21 +101,6 @@ outgoing protected_response(const rpc_call& call, std::span<const std::uint8_t> 
     return out;
 }
 
-std::uint32_t dispatch(const rpc_call& call, reply_buffer& reply) {
-    rpc_request request;
-    request.operation = call.operation;
-    request.stub = call.stub;
-    request.little_endian = call.little_endian;
-    try {
-        return call.target->description.dispatch(request, reply);
-    } catch (const std::bad_alloc&) {
-        return fault_status::no_memory;
-    } catch (...) {
-        // The contract forbids it; a client that waits for ever would be worse than one that hears of it.
-        return fault_status::unspecified;
-    }
-}
-
 /// The kernel tells a local caller's number; the name is looked up here, where blocking harms nobody.
 void name_local_caller(client_identity& identity) {
     if (!identity.local || !identity.name.empty()) {
@@ -130,6 +116,24 @@ void name_local_caller(client_identity& identity) {
     }
 }
 
+std::uint32_t dispatch(const rpc_call& call, reply_buffer& reply) {
+    rpc_request request;
+    request.operation = call.operation;
+    request.stub = call.stub;
+    request.little_endian = call.little_endian;
+    try {
+        name_local_caller(*call.identity);
+        const call_scene scene{call.identity, call.protection.level, call.local_ipv4};
+        const current_call_scope scope(scene);
+        return call.target->description.dispatch(request, reply);
+    } catch (const std::bad_alloc&) {
+        return fault_status::no_memory;
+    } catch (...) {
+        // The contract forbids it; a client that waits for ever would be worse than one that hears of it.
+        return fault_status::unspecified;
+    }
+}
+
 }  // namespace
 
 outgoing::outgoing(std::vector<std::uint8_t> pdu) : bytes(std::move(pdu)), pdus(1) {
@@ -137,14 +141,8 @@ outgoing::outgoing(std::vector<std::uint8_t> pdu) : bytes(std::move(pdu)), pdus(
 }
 
 outgoing serve(rpc_call& call) {
-    name_local_caller(*call.identity);
     reply_buffer reply;
-    std::uint32_t status = 0;
-    {
-        const call_scene scene{call.identity, call.protection.level, call.local_ipv4};
-        const current_call_scope scope(scene);
-        status = dispatch(call, reply);
-    }
+    const std::uint32_t status = dispatch(call, reply);
     if (!call.answered) {
         return {};
     }

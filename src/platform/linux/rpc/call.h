@@ -45,6 +45,7 @@ struct outgoing {
     std::vector<std::uint8_t> headers;
     std::vector<std::span<const std::uint8_t>> pieces;
     std::uint32_t pdus = 0;
+    bool numbered = false;  ///< bears signatures, which count on every one before them having arrived
 
     outgoing() = default;
     /// One PDU.

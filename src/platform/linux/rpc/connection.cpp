@@ -83,8 +83,8 @@ connection::connection(network_loop& loop, socket_type socket, connection_peer p
       census_address_(std::move(census_address)),
       tcp_(tcp),
       session_(loop.core, std::move(peer)),
-      born_(clock_type::now()),
-      last_progress_(born_) {}
+      settled_(clock_type::now()),
+      last_progress_(settled_) {}
 
 connection::~connection() {
     loop_.census.leave(census_address_);
@@ -116,6 +116,16 @@ void connection::retire() {
     }
 }
 
+template <typename Action>
+void connection::guarded(Action action) {
+    try {
+        action();
+    } catch (const std::exception& e) {
+        close();
+        loop_.core.report(std::string("A connection was closed: ") + e.what());
+    }
+}
+
 void connection::read_when_ready() {
     // While an answer is due, no more than the next fragment is taken in: who doesn't wait has to hold the rest himself.
     const bool enough = serving_ && pending_.size() >= loop_.core.limits.fragment_bytes;
@@ -126,7 +136,7 @@ void connection::read_when_ready() {
     socket_.async_wait(socket_type::wait_read, [self = shared_from_this()](const error_code& failure) {
         self->reading_ = false;
         if (!self->closed_ && !failure) {
-            self->on_readable();
+            self->guarded([&self] { self->on_readable(); });
         }
     });
 }
@@ -185,6 +195,9 @@ void connection::discard_input() {
 
 /// Takes the PDUs that are whole; keeps what is left in `pending_`.
 void connection::consume(std::span<std::uint8_t> data) {
+    if (!serving_ && session_.established()) {
+        settled_ = clock_type::now();  // what comes now may begin another authentication, which has the time to bind again
+    }
     while (!closed_ && !writing_ && !close_after_write_) {
         const auto header = decode_header(data);
         if (!header) {
@@ -255,11 +268,16 @@ void connection::serve_call(std::unique_ptr<rpc_call> call) {
 void connection::finished(outgoing answer) {
     serving_ = false;
     loop_.core.counters.calls_out.fetch_add(1, std::memory_order_relaxed);
-    if (closed_) {
-        return;
+    if (!closed_) {
+        guarded([this, &answer] { answer_call(std::move(answer)); });
     }
+}
+
+void connection::answer_call(outgoing answer) {
     last_progress_ = clock_type::now();
-    if (answer.pieces.empty() || abandoned_) {
+    // A signed answer goes out even when the call was abandoned, as one does that crosses with the abandonment: the client
+    // throws it away, but its signature is one of a sequence.
+    if (answer.pieces.empty() || (abandoned_ && !answer.numbered)) {
         after_write();
     } else {
         send(std::move(answer));
@@ -301,11 +319,7 @@ bool connection::write_pieces() {
         if (failure == asio::error::would_block) {
             socket_.async_wait(socket_type::wait_write, [self = shared_from_this()](const error_code& cancelled) {
                 if (!self->closed_ && !cancelled) {
-                    self->flush();
-                    if (!self->closed_ && !self->writing_) {
-                        self->resume();
-                    }
-                    self->watch_deadline();
+                    self->guarded([&self] { self->on_writable(); });
                 }
             });
             return false;
@@ -322,6 +336,14 @@ bool connection::write_pieces() {
         out_offset_ += written;
     }
     return true;
+}
+
+void connection::on_writable() {
+    flush();
+    if (!closed_ && !writing_) {
+        resume();
+    }
+    watch_deadline();
 }
 
 void connection::after_write() {
@@ -381,7 +403,7 @@ connection::clock_type::time_point connection::deadline() const {
         return clock_type::time_point::max();
     }
     if (!session_.established()) {
-        return born_ + limits.bind_time;
+        return settled_ + limits.bind_time;
     }
     const bool incomplete = !pending_.empty() || session_.request_incomplete();
     return last_progress_ + (incomplete ? limits.fragment_time : limits.idle_time);

@@ -39,6 +39,9 @@ public:
 private:
     using clock_type = std::chrono::steady_clock;
 
+    /// Runs an action of the loop; one that throws, for lack of memory, costs this connection and no other.
+    template <typename Action>
+    void guarded(Action action);
     void read_when_ready();
     void on_readable();
     void discard_input();
@@ -46,9 +49,11 @@ private:
     bool take_out_of_turn(const pdu_header& header);
     void perform(session_step step);
     void serve_call(std::unique_ptr<rpc_call> call);
+    void answer_call(outgoing answer);
     void send(outgoing answer);
     void flush();
     bool write_pieces();
+    void on_writable();
     void after_write();
     void resume();
     void linger();
@@ -79,7 +84,7 @@ private:
     bool lingering_ = false;
     bool closed_ = false;
     bool timer_armed_ = false;
-    clock_type::time_point born_;
+    clock_type::time_point settled_;  ///< when the session was last seen established; until it is, when the connection was made
     clock_type::time_point last_progress_;
     clock_type::time_point timer_at_;
 };

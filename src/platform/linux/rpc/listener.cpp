@@ -274,22 +274,33 @@ void listener::accept_when_ready() {
 }
 
 void listener::accept_some() {
+    try {
+        if (take_in_waiting()) {
+            short_ = false;
+            accept_when_ready();
+            return;
+        }
+    } catch (const std::exception&) {  // no memory for a connection, which is closed by now
+    }
+    pause();
+    if (!std::exchange(short_, true)) {
+        home_.core.report("No new connection can be accepted: the process is short of descriptors or memory.");
+    }
+}
+
+/// False: there is no room for more at the moment.
+bool listener::take_in_waiting() {
     for (int i = 0; i < accepted_at_once; ++i) {
         const int accepted = accept4(socket_.handle(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (accepted >= 0) {
             take_in(accepted);
-            continue;
-        }
-        if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-            home_.core.report("No new connection can be accepted: the process is short of descriptors or memory.");
-            pause();
-            return;
-        }
-        if (errno == EAGAIN || errno == EWOULDBLOCK) {
+        } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+            return false;
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
             break;
         }
     }
-    accept_when_ready();
+    return true;
 }
 
 void listener::pause() {
@@ -302,6 +313,14 @@ void listener::pause() {
 }
 
 void listener::take_in(int accepted) {
+    network_loop& loop = *loops_[next_++ % loops_.size()];
+    error_code failure;
+    connection::socket_type socket(loop.context);
+    socket.assign(asio::generic::stream_protocol(socket_.family(), 0), accepted, failure);
+    if (failure) {
+        (void)::close(accepted);
+        return;
+    }
     connection_peer peer;
     std::string census_address;
     const bool tcp = socket_.family() != AF_UNIX;
@@ -309,8 +328,7 @@ void listener::take_in(int accepted) {
         socket_address remote;
         socket_address own;
         if (getpeername(accepted, remote.get(), &remote.size) != 0 || getsockname(accepted, own.get(), &own.size) != 0) {
-            (void)::close(accepted);  // gone already
-            return;
+            return;  // gone already
         }
         peer.address = text_of(remote);
         peer.local_ipv4 = ipv4_of(own);
@@ -320,19 +338,15 @@ void listener::take_in(int accepted) {
     }
     if (!home_.census.enter(census_address, home_.core.limits)) {
         home_.core.report("A connection of RPC client " + peer.address + " was refused: there are too many.");
-        (void)::close(accepted);
         return;
     }
-    network_loop& loop = *loops_[next_++ % loops_.size()];
-    error_code failure;
-    connection::socket_type socket(loop.context);
-    socket.assign(asio::generic::stream_protocol(socket_.family(), 0), accepted, failure);
-    if (failure) {
+    std::shared_ptr<connection> made;
+    try {
+        made = std::make_shared<connection>(loop, std::move(socket), std::move(peer), census_address, tcp);
+    } catch (const std::exception&) {
         home_.census.leave(census_address);
-        (void)::close(accepted);
-        return;
+        throw;
     }
-    auto made = std::make_shared<connection>(loop, std::move(socket), std::move(peer), std::move(census_address), tcp);
     asio::post(loop.context, [made = std::move(made)] { made->start(); });
 }
 

@@ -58,6 +58,7 @@ public:
 private:
     void accept_when_ready();
     void accept_some();
+    bool take_in_waiting();
     void take_in(int accepted);
     void pause();
 
@@ -68,6 +69,7 @@ private:
     boost::asio::basic_socket_acceptor<boost::asio::generic::stream_protocol> acceptor_;
     boost::asio::steady_timer timer_;
     bool stopped_ = false;
+    bool short_ = false;  ///< of descriptors or memory, and said so
 };
 
 /// Status for an errno of a socket call.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -22,11 +23,12 @@ struct rpc_limits {
     /// Authentications of one connection. More: refused like a wrong one.
     std::size_t authentications = 8;
     /// Connections at a time, in total and from one address (the local socket counts for the total only). One more is
-    /// accepted and closed at once.
+    /// accepted and closed at once. One console may have as many calls in progress as the server takes at all. In total there
+    /// are fewer when the process may not open so many files: `connections_within`.
     std::size_t connections = 2048;
-    std::size_t connections_per_address = 512;
+    std::size_t connections_per_address = 1536;
 
-    /// From the connection to the end of bind and authentication. Late: closed.
+    /// From the connection to the end of bind and authentication; the same for each further authentication. Late: closed.
     std::chrono::milliseconds bind_time{30'000};
     /// Between two arrivals while a fragment or a request is incomplete. Late: closed.
     std::chrono::milliseconds fragment_time{60'000};
@@ -39,5 +41,11 @@ struct rpc_limits {
     /// How long a call thread above the minimum waits for work before it ends.
     std::chrono::milliseconds thread_idle_time{30'000};
 };
+
+/// How many of `wanted` connections a process takes that may open `descriptors` files: those that serve the calls need some, too.
+[[nodiscard]] constexpr std::size_t connections_within(std::size_t wanted, std::size_t descriptors) {
+    constexpr std::size_t reserved = 256;
+    return std::min(wanted, descriptors >= 2 * reserved ? descriptors - reserved : descriptors / 2);
+}
 
 }  // namespace platform::linux_rpc

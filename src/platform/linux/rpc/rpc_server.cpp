@@ -3,6 +3,7 @@
 #include "platform/linux/rpc/network_loop.h"
 
 #include <netdb.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -70,7 +71,7 @@ public:
         : loop(core, pool, census), work_(loop.context.get_executor()) {
         boost::thread::attributes attributes;
         attributes.set_stack_size(network_stack_size);
-        thread_ = boost::thread(attributes, [this] { loop.context.run(); });
+        thread_ = boost::thread(attributes, [this] { serve(); });
     }
     ~network_thread() {
         loop.context.stop();
@@ -80,20 +81,29 @@ public:
     network_thread(const network_thread&) = delete;
     network_thread& operator=(const network_thread&) = delete;
 
-    /// Runs something on the thread and waits for it. Nothing on that thread ever blocks.
+    /// Runs something on the thread and waits for it. Nothing on that thread ever blocks. What the action throws is thrown.
     template <typename Action>
     void run(Action action) {
-        std::promise<void> done;
-        asio::post(loop.context, [&] {
-            action();
-            done.set_value();
-        });
-        done.get_future().wait();
+        std::packaged_task<void()> task(std::move(action));
+        asio::post(loop.context, [&task] { task(); });
+        task.get_future().get();
     }
 
     network_loop loop;
 
 private:
+    /// Connections and listeners answer for their own failures. What gets here all the same is a lack of memory in the middle of
+    /// that, and must not end the process.
+    void serve() {
+        for (bool ended = false; !ended;) {
+            try {
+                loop.context.run();
+                ended = true;
+            } catch (const std::exception&) {  // there is no memory to tell anybody with
+            }
+        }
+    }
+
     asio::executor_work_guard<asio::io_context::executor_type> work_;
     boost::thread thread_;
 };
@@ -108,6 +118,7 @@ struct rpc_server::state {
         core.interfaces.add({management_interface(core), 0xFFFFFFFF, true});
     }
 
+    void limit_connections();
     void start_threads(std::size_t min_threads, std::size_t max_calls);
     void open_local_socket();
     void serve_endpoints();
@@ -125,6 +136,20 @@ struct rpc_server::state {
     std::unique_ptr<call_pool> pool;
     std::vector<std::unique_ptr<network_thread>> threads;
 };
+
+/// Strangers who connect must not take the descriptors away that the calls of the others need for their files and devices.
+void rpc_server::state::limit_connections() {
+    rlimit allowed{};
+    if (getrlimit(RLIMIT_NOFILE, &allowed) != 0) {
+        return;
+    }
+    core.limits.connections = connections_within(options.limits.connections, allowed.rlim_cur);
+    if (core.limits.connections < options.limits.connections) {
+        core.report("Only " + std::to_string(core.limits.connections) +
+                    " connections are served at a time, because the process may open " + std::to_string(allowed.rlim_cur) +
+                    " files only.");
+    }
+}
 
 void rpc_server::state::start_threads(std::size_t min_threads, std::size_t max_calls) {
     if (pool) {
@@ -253,6 +278,7 @@ std::uint32_t rpc_server::listen(std::uint32_t min_threads, std::uint32_t max_ca
     if (state_->core.listening) {
         return rpc_status::already_listening;
     }
+    state_->limit_connections();
     state_->start_threads(min_threads, max_calls);
     state_->open_local_socket();
     state_->core.secondary_address = state_->ports.empty() ? std::string() : std::to_string(state_->ports.front());

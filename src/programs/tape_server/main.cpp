@@ -1,8 +1,10 @@
 #include <malloc.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
@@ -15,6 +17,8 @@
 namespace {
 
 constexpr int exit_bad_settings = 2;
+
+constexpr rlim_t enough_descriptors = 4096;  ///< for every connection and what the calls open
 
 constexpr int largest_kept_block = 32 * 1024 * 1024;  ///< the most that the C library allows
 constexpr int most_kept_memory = 128 * 1024 * 1024;
@@ -33,6 +37,15 @@ void hold_ending_signals() {
     const sigset_t signals = ending_signals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     signal(SIGPIPE, SIG_IGN);
+}
+
+/// A process usually begins with fewer descriptors than it may have.
+void allow_many_descriptors() {
+    rlimit allowed{};
+    if (getrlimit(RLIMIT_NOFILE, &allowed) == 0 && allowed.rlim_cur < enough_descriptors) {
+        allowed.rlim_cur = std::min(allowed.rlim_max, enough_descriptors);
+        setrlimit(RLIMIT_NOFILE, &allowed);
+    }
 }
 
 /// An answer about a large library takes some buffers of many megabytes. Getting each from the kernel anew costs more than all the
@@ -62,6 +75,7 @@ bool wait_for_end(std::int64_t milliseconds) {
 
 int main() {
     hold_ending_signals();
+    allow_many_descriptors();
     keep_freed_memory();
     std::unique_ptr<tape_server::assembled_system> system;
     try {

@@ -1,5 +1,7 @@
 """The call frame and the owner gate, over TCP with a foreign RPC client."""
 
+import socket
+import time
 import unittest
 
 from tape_server import TapeServer, free_port
@@ -198,6 +200,43 @@ class Listening(unittest.TestCase):
         self.addCleanup(client.close)
         self.assertIn("Changers", client.call("GetChangers"))
         self.assertIn(f"Port settings were read from registry. Port: '{server.port}'.", server.log())
+
+    def test_port_that_stays_taken_fails_the_start(self):
+        server = TapeServer(start=False)
+        self.addCleanup(server.close)
+        with socket.socket() as taken:
+            taken.bind(("127.0.0.1", server.port))
+            taken.listen()
+            server.launch()
+            self.assertEqual(server.process.wait(60), 3)
+        log = server.log()
+        self.assertEqual(log.count("WARN|Waiting for endpoint to be released"), 1)
+        self.assertIn("WARN|The endpoint is a duplicate.\n", log)
+        self.assertIn(f"Failed to register TCP/IP RPC endpoint. Port: [{server.port}].", log)
+        self.assertIn("--tr:Failed to initialize RPC runtime for 'Transport' service.", server.errors())
+
+    def test_port_released_in_time_is_taken(self):
+        server = TapeServer(start=False)
+        self.addCleanup(server.close)
+        with socket.socket() as taken:
+            taken.bind(("127.0.0.1", server.port))
+            taken.listen()
+            server.launch()
+            while "Waiting for endpoint to be released" not in server.log():
+                time.sleep(0.05)
+        server.wait_until_it_listens()
+        client = server.client()
+        self.addCleanup(client.close)
+        self.assertIn("Changers", client.call("GetChangers"))
+
+    def test_bad_settings_stop_the_start(self):
+        server = TapeServer(start=False)
+        self.addCleanup(server.close)
+        (server.folder / "settings.reg").write_text('Windows Registry Editor Version 5.00\n\n"Port"=dword:1\n')
+        server.launch()
+        self.assertEqual(server.process.wait(30), 2)
+        self.assertIn("settings.reg:3: ", server.errors())
+        self.assertEqual(server.log(), "")
 
     def test_invalid_port_of_the_settings_is_skipped(self):
         server = TapeServer(values={"Port": 70000})

@@ -9,6 +9,7 @@
 #include <exception>
 #include <iostream>
 
+#include "foundation/logging/log_writer.h"
 #include "host/entry.h"
 #include "platform/linux/process.h"
 #include "platform/linux/settings_file.h"
@@ -17,6 +18,7 @@
 namespace {
 
 constexpr int exit_bad_settings = 2;
+constexpr int exit_failed_start = 3;
 
 constexpr rlim_t enough_descriptors = 4096;  ///< for every connection and what the calls open
 
@@ -71,6 +73,17 @@ bool wait_for_end(std::int64_t milliseconds) {
     return sigtimedwait(&signals, nullptr, &limit) < 0;
 }
 
+/// The entry handles no failure of its set-up; here such a failure ends the process with its reason in the log and on the terminal.
+int run(const entry_environment& environment) {
+    try {
+        return RunTapeServer(environment);
+    } catch (const std::exception& e) {
+        g_libraryLog.LogError("The tape server can't be started.", e);
+        std::cerr << "TarnoTapeSvc: the tape server can't be started.\n" << e.what() << '\n';
+        return exit_failed_start;
+    }
+}
+
 }  // namespace
 
 int main() {
@@ -93,7 +106,7 @@ int main() {
     for (const std::string& warning : environment.start_warnings) {
         std::cerr << "TarnoTapeSvc: " << warning << '\n';
     }
-    const int code = RunTapeServer(environment);
+    const int code = run(environment);
     std::cerr.flush();
     // Calls in progress are not waited for: they can be minutes from their end. What they have done to a virtual library is on the
     // disk already.

@@ -93,7 +93,9 @@ template <typename Record>
 [[nodiscard]] Record load_record(std::span<const std::uint8_t> bytes) {
     static_assert(std::is_trivially_copyable_v<Record>);
     Record record{};
-    std::memcpy(&record, bytes.data(), bytes.size() < sizeof(Record) ? bytes.size() : sizeof(Record));
+    if (!bytes.empty()) {  // an empty span may have no address at all, which no copy may be given
+        std::memcpy(&record, bytes.data(), bytes.size() < sizeof(Record) ? bytes.size() : sizeof(Record));
+    }
     return record;
 }
 

@@ -284,6 +284,13 @@ TEST_F(Iscsi, BoundsTheWaitForAPortalThatSaysNothing) {
     EXPECT_LT(took, 8s);
     ASSERT_EQ(reports.size(), 1U);
     EXPECT_THAT(reports[0], HasSubstr("took too long"));
+    // Now that it is known to be silent, further looks wait a second for it.
+    for (int look = 0; look < 2; ++look) {
+        const auto again = wall::now();
+        EXPECT_THAT(source->enumerate(), IsEmpty());
+        EXPECT_LT(wall::now() - again, 3s);
+    }
+    EXPECT_EQ(reports.size(), 1U);
 }
 
 TEST_F(Iscsi, AsksPortalsAtTheSameTime) {
@@ -293,6 +300,10 @@ TEST_F(Iscsi, AsksPortalsAtTheSameTime) {
     const auto begin = wall::now();
     EXPECT_THAT(source_of(head + std::to_string(one.port) + ";" + head + std::to_string(other.port)).enumerate(), IsEmpty());
     EXPECT_LT(wall::now() - begin, 9s);
+    EXPECT_EQ(reports.size(), 2U);
+    const auto again = wall::now();
+    EXPECT_THAT(source->enumerate(), IsEmpty());
+    EXPECT_LT(wall::now() - again, 3s);
     EXPECT_EQ(reports.size(), 2U);
 }
 

@@ -69,10 +69,15 @@ scsi_outcome iscsi_link::execute(std::uint8_t lun, const scsi_command& command) 
 }
 
 std::uint32_t iscsi_link::need_session(io_deadline deadline) {
-    if (session_ && session_->is_alive()) {
+    if (session_ && session_->is_alive(deadline)) {
         return error::success;
     }
     session_.reset();
+    if (io_clock::now() >= deadline) {
+        const std::lock_guard lock(failure_mutex_);
+        failure_text_ = "it gave no sign of life";
+        return error::semaphore_timeout;
+    }
     if (!pause_before_attempt(deadline)) {
         return error::device_not_connected;
     }

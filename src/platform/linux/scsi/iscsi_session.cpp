@@ -240,7 +240,7 @@ void iscsi_session::drop() {
 std::string iscsi_session::last_message() const {
     const char* message = context_ == nullptr ? nullptr : iscsi_get_error(context_);
     std::string text = message == nullptr ? "" : message;
-    text.erase(text.find_last_not_of("\r\n ") + 1);
+    text.erase(text.find_last_not_of("\r\n .") + 1);
     return text.empty() ? "no reason given" : text;
 }
 
@@ -321,7 +321,7 @@ bool iscsi_session::discover(std::vector<iscsi_found_target>& targets, io_deadli
     return true;
 }
 
-bool iscsi_session::is_alive() {
+bool iscsi_session::is_alive(io_deadline deadline) {
     if (context_ == nullptr) {
         return false;
     }
@@ -341,7 +341,7 @@ bool iscsi_session::is_alive() {
     }
     progress ping;
     if (iscsi_nop_out_async(context_, progress::finish, nullptr, 0, &ping) != 0 ||
-        wait_for(ping, io_clock::now() + ping_time) != waiting::done || ping.status != SCSI_STATUS_GOOD) {
+        wait_for(ping, std::min(deadline, io_clock::now() + ping_time)) != waiting::done || ping.status != SCSI_STATUS_GOOD) {
         drop();
         return false;
     }

@@ -53,8 +53,9 @@ public:
     [[nodiscard]] bool discover(std::vector<iscsi_found_target>& targets, io_deadline deadline);
 
     /// Answers what the target has sent meanwhile, and makes it answer when nothing was said for a while, so that a connection
-    /// that died in silence isn't found out by a command. False: the session is broken.
-    [[nodiscard]] bool is_alive();
+    /// that died in silence isn't found out by a command. Waits five seconds for the answer, and not beyond the deadline. False:
+    /// the session is broken.
+    [[nodiscard]] bool is_alive(io_deadline deadline);
 
 private:
     struct progress;

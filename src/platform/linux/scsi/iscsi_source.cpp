@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <future>
+#include <iterator>
 #include <utility>
 
 #include "foundation/util/bytes.h"
@@ -19,8 +20,12 @@ namespace {
 using namespace std::chrono_literals;
 using device_stack::logical_unit_info;
 
-constexpr auto discovery_time = 5s;
 constexpr std::int64_t look_seconds = 5;
+/// For those that didn't answer lately. A machine that is back answers in a fraction of it.
+constexpr std::int64_t short_look_seconds = 1;
+constexpr auto short_looks_last = 30s;
+/// Targets of one portal that are asked at the same time.
+constexpr std::size_t most_scans_at_once = 8;
 constexpr std::int64_t open_seconds = 10;
 
 std::string make_initiator_name() {
@@ -76,9 +81,27 @@ std::uint32_t iscsi_source::target_number(const std::string& target) {
     return target_numbers_.emplace(target, static_cast<std::uint32_t>(target_numbers_.size())).first->second;
 }
 
-void iscsi_source::note(const std::string& what, const std::string& failure) {
+std::int64_t iscsi_source::patience_with(const std::string& what) {
+    const std::lock_guard lock(mutex_);
+    const auto known = silent_.find(what);
+    if (known == silent_.end()) {
+        return look_seconds;
+    }
+    if (io_clock::now() - known->second < short_looks_last) {
+        return short_look_seconds;
+    }
+    known->second = io_clock::now();
+    return look_seconds;
+}
+
+void iscsi_source::note(const std::string& what, const std::string& failure, bool waited_in_vain) {
     {
         const std::lock_guard lock(mutex_);
+        if (failure.empty()) {
+            silent_.erase(what);
+        } else if (waited_in_vain) {
+            silent_.try_emplace(what, io_clock::now());
+        }
         bool& answering = answering_.emplace(what, true).first->second;
         if (answering == failure.empty()) {
             return;
@@ -104,7 +127,8 @@ std::vector<iscsi_endpoint> iscsi_source::targets_of(const iscsi_entry& entry) {
     if (!entry.target.empty()) {
         return {endpoint_of(entry, entry.portal, entry.target)};
     }
-    const io_deadline deadline = io_clock::now() + discovery_time;
+    const std::string portal = entry.portal.text();
+    const io_deadline deadline = io_clock::now() + std::chrono::seconds(patience_with(portal));
     std::uint32_t failure = 0;
     std::string reason;
     std::vector<iscsi_found_target> found;
@@ -112,7 +136,7 @@ std::vector<iscsi_endpoint> iscsi_source::targets_of(const iscsi_entry& entry) {
     if (session && !session->discover(found, deadline)) {
         reason = "the discovery of targets failed";
     }
-    note(entry.portal.text(), reason);
+    note(portal, reason, !reason.empty() && io_clock::now() >= deadline);
     std::vector<iscsi_endpoint> endpoints;
     for (const iscsi_found_target& target : found) {
         // The portal that discovery was asked at is known to be reachable; others need not be.
@@ -126,17 +150,22 @@ std::vector<iscsi_endpoint> iscsi_source::targets_of(const iscsi_entry& entry) {
 }
 
 std::vector<std::uint8_t> iscsi_source::units_of(const iscsi_endpoint& endpoint, const std::shared_ptr<iscsi_link>& link,
-                                                 const iscsi_entry& entry) {
+                                                 const iscsi_entry& entry, std::int64_t seconds) {
     constexpr std::uint16_t room = 8 + 256 * 8;
+    const auto begun = io_clock::now();
     iscsi_transport first_unit(link, 0);
     std::vector<std::uint8_t> answer(room);
     const auto outcome = device_stack::receive(first_unit,
                                                {device_stack::opcode::report_luns, 0, 0, 0, 0, 0, 0, 0,
                                                 static_cast<std::uint8_t>(room >> 8), static_cast<std::uint8_t>(room & 0xFF), 0, 0},
-                                               answer, look_seconds);
+                                               answer, seconds);
     const std::string failure = link->last_failure();
     const bool failed = device_stack::system_error_of(outcome) != error::success;
-    note(target_text(endpoint), !failed ? "" : failure.empty() ? "it does not tell its logical units" : failure);
+    note(target_text(endpoint),
+         !failed           ? ""
+         : failure.empty() ? "it does not tell its logical units"
+                           : failure,
+         io_clock::now() - begun >= std::chrono::seconds(seconds));
     if (failed) {
         return {};
     }
@@ -147,34 +176,64 @@ std::vector<std::uint8_t> iscsi_source::units_of(const iscsi_endpoint& endpoint,
     return luns;
 }
 
-std::vector<iscsi_source::found_unit> iscsi_source::scan_entry(const iscsi_entry& entry) {
+/// False for a unit that doesn't answer, isn't there or is of another kind.
+bool iscsi_source::identify(iscsi_transport& transport, std::int64_t seconds, logical_unit_info& info) {
+    std::vector<std::uint8_t> data;
+    if (device_stack::system_error_of(device_stack::inquire(transport, data, seconds)) != error::success) {
+        return false;
+    }
+    // Bits 5 to 7 tell whether there is a unit at all.
+    info.peripheral_type = util::load_u8(data, 0);
+    if (info.peripheral_type != device_stack::peripheral_type::tape &&
+        info.peripheral_type != device_stack::peripheral_type::medium_changer) {
+        return false;
+    }
+    const auto page = device_stack::inquire_page(transport, device_stack::vital_product_page::unit_serial_number, data, seconds);
+    if (device_stack::system_error_of(page) == error::success) {
+        info.serial = device_stack::serial_of_page(data);
+    }
+    return true;
+}
+
+std::vector<iscsi_source::found_unit> iscsi_source::scan_target(const iscsi_entry& entry, const iscsi_endpoint& endpoint) {
+    const std::string name = target_text(endpoint);
+    const std::uint32_t number = target_number(name);
+    const std::shared_ptr<iscsi_link> link = scan_link_of(endpoint);
+    const std::int64_t seconds = patience_with(name);
     std::vector<found_unit> units;
-    for (const iscsi_endpoint& endpoint : targets_of(entry)) {
-        const std::uint32_t number = target_number(target_text(endpoint));
-        const std::shared_ptr<iscsi_link> link = scan_link_of(endpoint);
-        for (const std::uint8_t lun : units_of(endpoint, link, entry)) {
-            iscsi_transport transport(link, lun);
-            std::vector<std::uint8_t> data;
-            if (device_stack::system_error_of(device_stack::inquire(transport, data, look_seconds)) != error::success) {
-                continue;
-            }
-            found_unit found;
-            // Bits 5 to 7 tell whether there is a unit at all.
-            found.info.peripheral_type = util::load_u8(data, 0);
-            if (found.info.peripheral_type != device_stack::peripheral_type::tape &&
-                found.info.peripheral_type != device_stack::peripheral_type::medium_changer) {
-                continue;
-            }
-            const auto page =
-                device_stack::inquire_page(transport, device_stack::vital_product_page::unit_serial_number, data, look_seconds);
-            if (device_stack::system_error_of(page) == error::success) {
-                found.info.serial = device_stack::serial_of_page(data);
-            }
+    for (const std::uint8_t lun : units_of(endpoint, link, entry, seconds)) {
+        iscsi_transport transport(link, lun);
+        found_unit found;
+        if (identify(transport, seconds, found.info)) {
             found.endpoint = endpoint;
-            found.info.identity = "iscsi://" + target_text(endpoint) + "/" + std::to_string(lun);
+            found.info.identity = "iscsi://" + name + "/" + std::to_string(lun);
             found.info.location = {0, static_cast<std::uint8_t>((number >> 8) & 0xFF), static_cast<std::uint8_t>(number & 0xFF),
                                    lun};
             units.push_back(std::move(found));
+        } else if (!link->last_failure().empty()) {
+            break;  // the target has died on the way; each further unit would cost a wait of its own
+        }
+    }
+    return units;
+}
+
+std::vector<iscsi_source::found_unit> iscsi_source::scan_entry(const iscsi_entry& entry) {
+    const std::vector<iscsi_endpoint> endpoints = targets_of(entry);
+    // The numbers of targets are given in their order, not in that of their threads.
+    for (const iscsi_endpoint& endpoint : endpoints) {
+        static_cast<void>(target_number(target_text(endpoint)));
+    }
+    const auto policy = endpoints.size() == 1 ? std::launch::deferred : std::launch::async;
+    std::vector<found_unit> units;
+    for (std::size_t next = 0; next < endpoints.size();) {
+        std::vector<std::future<std::vector<found_unit>>> scans;
+        for (; next < endpoints.size() && scans.size() < most_scans_at_once; ++next) {
+            scans.push_back(
+                std::async(policy, [this, &entry, &endpoint = endpoints[next]] { return scan_target(entry, endpoint); }));
+        }
+        for (auto& scan : scans) {
+            std::vector<found_unit> found = scan.get();
+            std::move(found.begin(), found.end(), std::back_inserter(units));
         }
     }
     return units;

@@ -369,8 +369,10 @@ std::string memory_files::normal_utf8(std::string_view path) const {
 }
 
 bool memory_files::parent_exists(const std::string& path) const {
+    // A drive stands in no folder: it is there, or nothing makes it.
+    const bool is_drive = separator_ == u'\\' && path.size() == 2 && path[1] == ':';
     const std::string parent = parent_of(path);
-    return parent.empty() || folders_.contains(parent);
+    return parent.empty() ? !is_drive : folders_.contains(parent);
 }
 
 bool memory_files::in_use(const std::string& path) const {

@@ -131,6 +131,21 @@ TEST(MemoryFiles, KeepOpenFilesInTheirPlaceAndFailWhenTold) {
     EXPECT_EQ(files.remove_file(u"C:/data/a"), error::access_denied);
 }
 
+TEST(MemoryFiles, HaveNoDriveButTheirOwn) {
+    memory_files files;
+    std::unique_ptr<file> opened;
+    EXPECT_EQ(files.create_folder(u"C:"), error::already_exists);
+    EXPECT_EQ(files.create_folder(u"Q:"), error::path_not_found);
+    EXPECT_EQ(files.create_folder(u"Q:\\data"), error::path_not_found);
+    EXPECT_EQ(files.open_file(u"Q:", file_access::write, file_share::none, file_open_mode::open_always, opened),
+              error::path_not_found);
+    EXPECT_EQ(files.open_file(u"Q:\\a", file_access::write, file_share::none, file_open_mode::open_always, opened),
+              error::path_not_found);
+    EXPECT_EQ(opened, nullptr);
+    files.add_folder("Q:\\data");
+    EXPECT_EQ(files.create_folder(u"Q:\\data\\more"), error::success);
+}
+
 class ScriptedDevices : public ::testing::Test {
 protected:
     test_system system_;

@@ -173,8 +173,8 @@ std::uint32_t linux_registry::query_value(registry_key key, const std::u16string
         if (const std::uint32_t refused = find_handle(key, right_query, handle)) {
             return refused;
         }
-        for (const settings_key* tree : {handle.devices.get(), &state_.content(), &settings_.content()}) {
-            const settings_key* const target = tree != nullptr ? find_key(*tree, handle.path) : nullptr;
+        for (const settings_key* tree : trees_of(handle)) {
+            const settings_key* const target = find_key(*tree, handle.path);
             if (target == nullptr) {
                 continue;
             }
@@ -224,8 +224,8 @@ std::uint32_t linux_registry::enumerate_subkey(registry_key key, std::uint32_t i
         return refused;
     }
     std::set<std::u16string, name_order> names;
-    for (const settings_key* tree : {handle.devices.get(), &state_.content(), &settings_.content()}) {
-        if (const settings_key* const target = tree != nullptr ? find_key(*tree, handle.path) : nullptr) {
+    for (const settings_key* tree : trees_of(handle)) {
+        if (const settings_key* const target = find_key(*tree, handle.path)) {
             for (const auto& [child_name, child] : target->keys) {
                 names.insert(child_name);
             }
@@ -239,6 +239,15 @@ std::uint32_t linux_registry::enumerate_subkey(registry_key key, std::uint32_t i
     }
     name = *std::next(names.begin(), static_cast<std::ptrdiff_t>(index));
     return error::success;
+}
+
+/// What a key is made of, the first that has a value before the others. A file has no say in the device map, not even one that
+/// was changed after the start.
+std::vector<const settings_key*> linux_registry::trees_of(const open_handle& handle) const {
+    if (handle.devices) {
+        return {handle.devices.get()};
+    }
+    return {&state_.content(), &settings_.content()};
 }
 
 std::uint64_t linux_registry::settings_loads() const {

@@ -67,6 +67,7 @@ private:
     std::uint32_t take_handle(open_handle handle, registry_key& key);
     std::uint32_t find_handle(registry_key key, std::uint32_t right, open_handle& handle) const;
     [[nodiscard]] bool exists(const path_type& path) const;
+    [[nodiscard]] std::vector<const settings_key*> trees_of(const open_handle& handle) const;
     void refresh();
     void check_secret();
     std::uint32_t change_state(const std::function<bool(settings_key& state)>& change);

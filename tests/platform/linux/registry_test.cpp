@@ -314,6 +314,19 @@ TEST_F(DeviceMap, CanBeMadeByASourceThatReadsTheRegistry) {
     EXPECT_TRUE(subkeys(registry_, root).empty());
 }
 
+TEST_F(DeviceMap, IsNotChangedByASettingsFileThatIsChangedLater) {
+    const test_support::temporary_folder folder;
+    folder.put("settings.reg", head);
+    linux_registry registry(linux_registry::options{folder / "settings.reg", true, ""});
+    const device_map_leaf leaf{{0, 0, 0, 0}, "TapePeripheral", "Tape0", "A"};
+    registry.set_device_map([&leaf] { return std::vector{leaf}; });
+    folder.put("settings.reg", head +
+                                   "[HKEY_LOCAL_MACHINE\\HARDWARE\\DEVICEMAP\\Scsi\\Scsi Port 7]\n"
+                                   "[HKEY_LOCAL_MACHINE\\HARDWARE\\DEVICEMAP\\Scsi\\Scsi Port 0]\n\"Type\"=\"Forged\"\n");
+    EXPECT_THAT(subkeys(registry, root), testing::ElementsAre("Scsi Port 0"));
+    EXPECT_EQ(text(registry, u"HARDWARE\\DEVICEMAP\\Scsi\\Scsi Port 0", u"Type"), "(no value)");
+}
+
 TEST_F(DeviceMap, TakesNoWrites) {
     registry_key key = 0;
     EXPECT_EQ(registry_.create_key(root, registry_access::write, key), error::access_denied);

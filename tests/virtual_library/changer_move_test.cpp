@@ -139,8 +139,12 @@ TEST_F(changer_move_test, leaves_a_move_undone_whose_turn_does_not_come_before_i
     value.timings.move = 90000;
     start(value);
     ASSERT_EQ(result(*changer, move_cdb(slot, drive_element), 0, 10), "transport 121");
+    system.clock.forget_sleeps();
     EXPECT_EQ(result(*changer, move_cdb(slot + 1, drive_element + 1), 0, 30), "transport 121");
     EXPECT_EQ(library->locate("TRN002L8"), slot + 1);
+    // 50 of the first move's 90 seconds are left, and none of the move that was given up.
+    EXPECT_EQ(result(*changer, move_cdb(slot + 1, drive_element + 1), 0, 600), "ok");
+    EXPECT_EQ(system.clock.sleeps(), (std::vector<std::int64_t>{30000, 50000, 90000}));
 }
 
 TEST_F(changer_move_test, answers_status_commands_while_the_robot_works) {

@@ -149,7 +149,8 @@ TEST_F(personality_test, names_the_file_that_keeps_a_library_shut) {
     EXPECT_EQ(opening_problem(u"C:\\none"),
               "Library file 'C:\\none\\library.xml' can't be read: " + exc::win_error_text(error::path_not_found));
     start();
-    EXPECT_EQ(opening_problem(folder), "Library file 'C:\\library\\state.xml.lock': another process has the library open");
+    EXPECT_EQ(opening_problem(folder),
+              "Library file 'C:\\library\\state.xml.lock': the library is in use already, here or by another process");
     stop();
     EXPECT_EQ(opening_problem(folder), "none");
     const std::string row =

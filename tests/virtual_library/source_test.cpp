@@ -56,6 +56,29 @@ TEST_F(source_test, leaves_out_a_library_that_cannot_be_opened_and_tries_again) 
     create_library(u"C:\\three");
     EXPECT_EQ(source.enumerate().size(), 5U);
     EXPECT_TRUE(source.problems().empty());
+    // Said once, like the trouble before it.
+    EXPECT_EQ(source.enumerate().size(), 5U);
+    ASSERT_EQ(system.log.lines().size(), 2U);
+    EXPECT_NE(system.log.lines()[1].find("The virtual library 'C:\\three' can be used now."), std::string::npos);
+}
+
+TEST_F(source_test, has_a_folder_that_is_named_twice_once) {
+    virtual_library_source source({u"C:\\two", u"C:\\two"});
+    EXPECT_EQ(source.enumerate().size(), 2U);
+    ASSERT_EQ(source.problems().size(), 1U);
+    EXPECT_EQ(source.problems()[0],
+              "Library file 'C:\\two\\state.xml.lock': the library is in use already, here or by another process");
+}
+
+TEST_F(source_test, leaves_out_a_library_whose_folder_cannot_be_written_to) {
+    system.files.set_failure([](testing::memory_files::operation what, const std::string& path) {
+        return what == testing::memory_files::operation::open && path.ends_with(".lock") ? error::write_protect : error::success;
+    });
+    virtual_library_source source({u"C:\\one", u"C:\\two"});
+    EXPECT_TRUE(source.enumerate().empty());
+    EXPECT_EQ(source.problems().size(), 2U);
+    system.files.set_failure({});
+    EXPECT_EQ(source.enumerate().size(), 5U);
 }
 
 TEST_F(source_test, leaves_out_a_unit_that_does_not_answer) {

@@ -120,10 +120,13 @@ drive_unit* changer_unit::drive_at(std::uint16_t address) const {
 std::optional<bool> changer_unit::work(const command_request& request, std::int64_t duration) {
     const std::int64_t begin = std::max(clock_now(), core_.robot_free_at);
     const std::int64_t end = begin + duration;
-    core_.robot_free_at = end;
-    if (!request.wait_until(begin)) {
+    if (begin > request.deadline) {
+        // Given up before its turn comes: it must not keep the robot from those that wait behind it.
+        (void)request.wait_until(begin);
         return std::nullopt;
     }
+    core_.robot_free_at = end;
+    (void)request.wait_until(begin);
     return request.wait_until(end);
 }
 

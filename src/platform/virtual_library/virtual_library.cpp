@@ -20,7 +20,7 @@ std::unique_ptr<file> take_lock(const std::u16string& path) {
                                                          file_open_mode::open_always, lock);
     const std::string shown = text::wide_to_ansi_safe(path);
     if (code == error::sharing_violation || code == error::lock_violation) {
-        throw library_error("Library file '" + shown + "': another process has the library open");
+        throw library_error("Library file '" + shown + "': the library is in use already, here or by another process");
     }
     if (code != error::success) {
         throw library_error("Library file '" + shown + "' can't be opened: " + exc::win_error_text(code));

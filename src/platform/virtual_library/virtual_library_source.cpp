@@ -52,7 +52,10 @@ void virtual_library_source::try_open(entry& one) {
         for (std::uint8_t unit = 0; unit < one.library->units(); ++unit) {
             one.transports.push_back(one.library->connect(unit));
         }
-        one.problem.clear();
+        if (!one.problem.empty()) {
+            one.problem.clear();
+            g_libraryLog.LogInfo("The virtual library '" + one.name + "' can be used now.");
+        }
     } catch (const exc::exc_base_t& problem) {
         if (one.problem != problem.plain_text()) {
             one.problem = problem.plain_text();

@@ -9,6 +9,7 @@
 #include "platform/linux/rpc/ntlm_provider.h"
 #include "platform/linux/scsi/iscsi_source.h"
 #include "platform/linux/scsi/sg_source.h"
+#include "platform/linux/settings_file.h"
 
 namespace tape_server {
 
@@ -16,12 +17,17 @@ using platform::device_stack::scsi_source;
 
 namespace {
 
-std::shared_ptr<scsi_source> make_iscsi_source(const std::vector<std::string>& urls) {
+/// `file` is for messages: a setting that can't be understood throws `settings_error` about it.
+std::shared_ptr<scsi_source> make_iscsi_source(const std::vector<std::string>& urls, const std::string& file) {
     platform::linux_scsi::iscsi_source_options options;
-    for (const std::string& url : urls) {
-        for (platform::linux_scsi::iscsi_entry& entry : platform::linux_scsi::parse_iscsi_setting(url)) {
-            options.entries.push_back(std::move(entry));
+    try {
+        for (const std::string& url : urls) {
+            for (platform::linux_scsi::iscsi_entry& entry : platform::linux_scsi::parse_iscsi_setting(url)) {
+                options.entries.push_back(std::move(entry));
+            }
         }
+    } catch (const platform::linux_scsi::iscsi_setting_error& e) {
+        throw platform::linux_os::settings_error(file, 0, e.what());
     }
     options.report = [](const std::string& message) { g_libraryLog.LogWarning(message); };
     return std::make_shared<platform::linux_scsi::iscsi_source>(std::move(options));
@@ -64,7 +70,7 @@ void assembled_system::add_devices() {
         sources.push_back(std::make_shared<platform::linux_scsi::sg_source>());
     }
     if (!settings.iscsi.empty()) {
-        sources.push_back(make_iscsi_source(settings.iscsi));
+        sources.push_back(make_iscsi_source(settings.iscsi, base_.paths().settings_file));
     }
     if (!settings.virtual_libraries.empty()) {
         std::vector<std::u16string> folders;

@@ -2,7 +2,9 @@
 
 #include "changer/changer_interface.h"
 #include "changer/library_world.h"
+#include "foundation/exc/exceptions.h"
 #include "foundation/util/bytes.h"
+#include "platform/errors.h"
 
 namespace {
 
@@ -73,6 +75,30 @@ TEST_P(ChangerOverLibrary, CarriesACartridgeAround) {
     EXPECT_EQ(world.library->locate("TRN005L8"), library_world::ports_from);
     changer->MoveToSlot(0, 20);
     EXPECT_EQ(world.library->locate("TRN001L8"), library_world::slots_from + 20);
+}
+
+TEST_P(ChangerOverLibrary, LeavesTheLastErrorAloneWhenNothingFails) {
+    platform::system().errors->set_last_error(0);
+    const auto changer = open();
+    changer->GetSerialNumber();
+    changer->GetParameters();
+    changer->GetElementStatus(0, ChangerSlot, true, 24);
+    changer->LoadMedium(4, 1);
+    EXPECT_EQ(platform::system().errors->last_error(), 0u);
+}
+
+TEST_P(ChangerOverLibrary, RefusesAMoveToAFullElementInItsOwnWordsAlone) {
+    world.set_timeout(0);
+    platform::system().errors->set_last_error(0);
+    try {
+        open()->MoveToSlot(0, 1);
+        FAIL();
+    } catch (const exc::win_sys_exc_t& e) {
+        EXPECT_STREQ(e.what(),
+                     "The operation completed successfully.\n"
+                     "Unable to move tape to ChangerSlot #1: changer element in not empty\n"
+                     "--tr:Error code: 0x00000000");
+    }
 }
 
 TEST_P(ChangerOverLibrary, BelievesTheElementsWhenTheReplyIsLost) {

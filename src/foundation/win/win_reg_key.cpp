@@ -57,12 +57,10 @@ std::uint64_t number_of(const typed_value& value, std::size_t width) {
     return number;
 }
 
-/// The registry answers by its results alone; that a value is missing becomes the thread's last error, for those who need it.
-void note_missing(std::uint32_t code) {
-    platform::system().errors->set_last_error(code);
-}
-
+/// The registry answers by its results alone and leaves the last error to others: a value that may be missing must not show in
+/// messages about something else. Where it must not be missing, that is the failure.
 [[noreturn]] void throw_missing() {
+    platform::system().errors->set_last_error(platform::error::file_not_found);
     throw exc::win_sys_exc_t(exc::last_error());
 }
 
@@ -71,7 +69,6 @@ bool try_get_number(platform::registry_key key, std::u16string_view name, std::u
     typed_value value;
     const std::uint32_t code = query(key, name, value);
     if (is_missing(code)) {
-        note_missing(code);
         return false;
     }
     if (code != platform::error::success) {
@@ -110,7 +107,6 @@ bool win_reg_key_t::try_get_string(std::u16string_view name, text::wide_string& 
     typed_value read;
     const std::uint32_t code = query(key_, name, read);
     if (is_missing(code)) {
-        note_missing(code);
         return false;
     }
     if (code != platform::error::success) {

@@ -107,9 +107,12 @@ TEST_F(RegKey, MissingValueIsFalseOrAFailure) {
     std::uint32_t dword = 7;
     std::uint64_t qword = 7;
     std::string narrow = "before";
+    system_.errors.set_last_error(1110);
     EXPECT_FALSE(key->try_get_dword("x", dword));
     EXPECT_FALSE(key->try_get_qword(u"x", qword));
     EXPECT_FALSE(key->try_get_string("x", narrow));
+    EXPECT_FALSE(win::open_reg_key(std::u16string_view(u"SOFTWARE\\Nowhere"), platform::registry_access::read));
+    EXPECT_EQ(system_.errors.last_error(), 1110U) << "a value that may be missing is nobody's failure";
     EXPECT_EQ(dword, 7U);
     EXPECT_EQ(qword, 7U);
     EXPECT_EQ(narrow, "before");

@@ -16,10 +16,35 @@
 
 namespace changer_tests {
 
+/// A command that reached the library, and what became of it.
+struct sent_command {
+    std::uint8_t opcode = 0;
+    platform::device_stack::scsi_outcome outcome;
+
+    [[nodiscard]] bool succeeded() const { return outcome.transport_error == 0 && outcome.scsi_status == 0; }
+};
+
+/// Writes down what goes through it.
+class recording_transport final : public platform::device_stack::scsi_transport {
+public:
+    recording_transport(std::shared_ptr<scsi_transport> inner, std::vector<sent_command>& sent)
+        : inner_(std::move(inner)), sent_(sent) {}
+
+    [[nodiscard]] platform::device_stack::scsi_outcome execute(const platform::device_stack::scsi_command& command) override {
+        sent_.push_back({command.cdb[0], inner_->execute(command)});
+        return sent_.back().outcome;
+    }
+
+private:
+    std::shared_ptr<scsi_transport> inner_;
+    std::vector<sent_command>& sent_;
+};
+
 /// A virtual library's units as one source of devices. A fresh initiator for each opening.
 class library_source final : public platform::device_stack::scsi_source {
 public:
-    explicit library_source(std::shared_ptr<platform::tape_library::virtual_library> library) : library_(std::move(library)) {}
+    library_source(std::shared_ptr<platform::tape_library::virtual_library> library, std::vector<sent_command>& sent)
+        : library_(std::move(library)), sent_(sent) {}
 
     std::vector<platform::device_stack::logical_unit_info> enumerate() override {
         std::vector<platform::device_stack::logical_unit_info> units;
@@ -34,11 +59,12 @@ public:
         return units;
     }
     std::shared_ptr<platform::device_stack::scsi_transport> open(const std::string& identity, std::uint32_t&) override {
-        return library_->connect(static_cast<std::uint8_t>(std::stoi(identity)));
+        return std::make_shared<recording_transport>(library_->connect(static_cast<std::uint8_t>(std::stoi(identity))), sent_);
     }
 
 private:
     std::shared_ptr<platform::tape_library::virtual_library> library_;
+    std::vector<sent_command>& sent_;
 };
 
 /// A system of fakes whose devices are real class drivers over a virtual library: 24 slots with 20 cartridges in them, 2 ports,
@@ -47,7 +73,7 @@ class library_world {
 public:
     explicit library_world(std::vector<std::string> without_driver = {})
         : library(make_library()),
-          manager({std::make_shared<library_source>(library)}, std::move(without_driver)),
+          manager({std::make_shared<library_source>(library, sent)}, std::move(without_driver)),
           scope_(with_manager()) {}
 
     [[nodiscard]] boost::shared_ptr<IChangerHandle> open(bool scsi, const std::string& link = "\\\\.\\Changer0") {
@@ -63,6 +89,7 @@ public:
     static constexpr std::uint16_t drives_from = 0x100;
 
     platform::testing::test_system system;
+    std::vector<sent_command> sent;
     std::shared_ptr<platform::tape_library::virtual_library> library;
     platform::device_stack::io_manager manager;
     boost::shared_ptr<boost::mutex> mutex = boost::make_shared<boost::mutex>();

@@ -72,12 +72,7 @@ device_handle scripted_devices::open_device(const std::string& link_name) {
         request.what = device_request::kind::open;
         request.link_name = link_name;
         requests_.push_back(std::move(request));
-        bool known = devices_.contains(folded(link_name));
-        if (!known && link_name.starts_with(link_prefix)) {
-            const auto dos_name = dos_names_.find(folded(link_name.substr(link_prefix.size())));
-            known = dos_name != dos_names_.end() && objects_.contains(folded(dos_name->second.back()));
-        }
-        if (!known) {
+        if (!is_known(folded(link_name))) {
             refuse(error::file_not_found);
             return invalid_device;
         }
@@ -92,6 +87,27 @@ device_handle scripted_devices::open_device(const std::string& link_name) {
     next_ += 4;
     handles_[next_] = link_name;
     return next_;
+}
+
+/// By the name itself, or by a DOS name that leads to an object, over other names where their targets name such.
+bool scripted_devices::is_known(std::string link) const {
+    constexpr std::string_view own_name_space = "\\??\\";
+    constexpr int longest_chain = 8;
+    for (int step = 0; step < longest_chain; ++step) {
+        if (devices_.contains(link)) {
+            return true;
+        }
+        const auto dos_name = link.starts_with(link_prefix) ? dos_names_.find(link.substr(link_prefix.size())) : dos_names_.end();
+        if (dos_name == dos_names_.end()) {
+            return false;
+        }
+        const std::string target = folded(dos_name->second.back());
+        if (!target.starts_with(own_name_space)) {
+            return objects_.contains(target);
+        }
+        link = std::string(link_prefix) + target.substr(own_name_space.size());
+    }
+    return false;
 }
 
 bool scripted_devices::close_device(device_handle device) {
@@ -206,7 +222,11 @@ bool scripted_devices::define_dos_device(std::uint32_t flags, const std::string&
         return refuse(define_error_);
     }
     const std::string key = folded(name);
-    if ((flags & dos_device::remove_definition) == 0) {
+    const bool removes = (flags & dos_device::remove_definition) != 0;
+    if (name.empty() || (!removes && target.empty())) {
+        return refuse(error::invalid_parameter);
+    }
+    if (!removes) {
         // A target that isn't marked as raw is a path of the caller's own name space.
         dos_names_[key].push_back((flags & dos_device::raw_target_path) != 0 ? target : "\\??\\" + target);
         return true;

@@ -87,6 +87,7 @@ public:
 
 private:
     bool refuse(std::uint32_t error);
+    [[nodiscard]] bool is_known(std::string link) const;
     std::optional<std::string> link_of(device_handle device) const;
     device_answer next_answer(const device_request& request, std::deque<device_answer>* queue, const control_handler& handler);
 

@@ -1,11 +1,12 @@
-// The argument text of a call: the depth scan must agree with what the parser would nest, and whatever passes it must survive
-// parsing, reading and printing.
+// The argument text of a call: the scan must agree with what the parser would nest and how many attributes it would gather, and
+// whatever passes it must survive parsing, reading and printing.
 
 #include <tinyxml.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <limits>
 #include <string>
 
 #include "foundation/exc/exceptions.h"
@@ -19,12 +20,27 @@ namespace {
 /// The parser recurses, so the comparison with it is for texts that can't smash the stack.
 constexpr std::size_t largest_compared = 4096;
 
+constexpr std::size_t any_number = std::numeric_limits<std::size_t>::max();
+
 std::size_t parsed_depth(const TiXmlNode& node) {
     std::size_t deepest = 0;
     for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
         deepest = std::max(deepest, parsed_depth(*child) + (child->ToElement() != nullptr ? 1 : 0));
     }
     return deepest;
+}
+
+std::size_t most_attributes(const TiXmlNode& node) {
+    std::size_t most = 0;
+    if (const TiXmlElement* element = node.ToElement()) {
+        for (const TiXmlAttribute* attribute = element->FirstAttribute(); attribute != nullptr; attribute = attribute->Next()) {
+            ++most;
+        }
+    }
+    for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
+        most = std::max(most, most_attributes(*child));
+    }
+    return most;
 }
 
 void require(bool holds) {
@@ -37,13 +53,14 @@ void compare_with_parser(const std::string& text) {
     TiXmlDocument document;
     document.Parse(text.c_str(), nullptr, TIXML_ENCODING_UNKNOWN);
     const std::size_t depth = parsed_depth(document);
+    const std::size_t attributes = most_attributes(document);
     if (depth > 0) {
-        require(winxml::nests_deeper_than(text, depth - 1));
+        require(winxml::first_excess(text, {depth - 1, any_number}) == winxml::excess::depth);
     }
-    // The parser stops at an attribute that stands twice, the scan does not: it may count more in a text that is refused anyway.
-    if (!document.Error()) {
-        require(!winxml::nests_deeper_than(text, depth));
+    if (attributes > 0) {
+        require(winxml::first_excess(text, {any_number, attributes - 1}) == winxml::excess::attributes);
     }
+    require(winxml::first_excess(text, {depth, attributes}) == winxml::excess::none);
 }
 
 }  // namespace
@@ -58,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     try {
         const winxml::document_t document = winxml::parse_xml(wide);
-        require(!winxml::nests_deeper_than(utf8, winxml::max_depth));
+        require(winxml::first_excess(utf8, {winxml::max_depth, winxml::max_attributes}) == winxml::excess::none);
         (void)winxml::serialize_xml(document);
         (void)winxml::get_wstring_argument(document, "SymLinkName");
         (void)winxml::get_int_argument(document, "SlotNum");

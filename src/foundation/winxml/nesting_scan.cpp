@@ -2,6 +2,7 @@
 
 #include <tinyxml.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <string_view>
@@ -45,12 +46,12 @@ bool is_digit(char c) {
 /// the parser would go on; false means that it stops with an error or at the end of the text.
 class nesting_scan {
 public:
-    nesting_scan(const char* text, std::size_t limit) : at_(text), limit_(limit) {}
+    nesting_scan(const char* text, const parse_limits& limits) : at_(text), limits_(limits) {}
 
-    bool exceeds();
+    excess run();
 
 private:
-    enum class step { go_on, stop, too_deep };
+    enum class step { go_on, stop, too_deep, too_many_attributes };
 
     bool looking_at(std::string_view tag) const { return std::strncmp(at_, tag.data(), tag.size()) == 0; }
     bool looking_at_no_case(std::string_view tag) const;
@@ -60,7 +61,8 @@ private:
     bool pass_character();
     bool pass_reference();
     bool pass_quoted_to(char end);
-    bool pass_attribute();
+    bool pass_attribute(std::string_view& name);
+    step pass_attribute_of_element();
     bool pass_declaration();
     void settle_encoding(const char* declaration);
     bool pass_comment();
@@ -72,11 +74,12 @@ private:
     step pass_node();
 
     const char* at_;
-    std::size_t limit_;
+    parse_limits limits_;
     bool utf8_ = false;
     /// The encoding is settled by a byte order mark or by the first declaration, not again.
     bool encoding_known_ = false;
     std::vector<std::string_view> open_;
+    std::vector<std::string_view> attributes_;  ///< of the element whose start tag is being read
 };
 
 bool nesting_scan::looking_at_no_case(std::string_view tag) const {
@@ -172,8 +175,7 @@ bool nesting_scan::pass_quoted_to(char end) {
     return *at_ != '\0';
 }
 
-bool nesting_scan::pass_attribute() {
-    std::string_view name;
+bool nesting_scan::pass_attribute(std::string_view& name) {
     if (!pass_name(name)) {
         return false;
     }
@@ -208,7 +210,8 @@ bool nesting_scan::pass_declaration() {
         }
         skip_space();
         if (looking_at_no_case("version") || looking_at_no_case("encoding") || looking_at_no_case("standalone")) {
-            if (!pass_attribute()) {
+            std::string_view name;
+            if (!pass_attribute(name)) {
                 return false;
             }
             continue;
@@ -280,8 +283,21 @@ bool nesting_scan::pass_end_tag() {
     return true;
 }
 
+/// The parser gives up at a name that the element has already.
+nesting_scan::step nesting_scan::pass_attribute_of_element() {
+    std::string_view name;
+    if (!pass_attribute(name) || std::find(attributes_.begin(), attributes_.end(), name) != attributes_.end()) {
+        return step::stop;
+    }
+    if (attributes_.size() >= limits_.attributes) {
+        return step::too_many_attributes;
+    }
+    attributes_.push_back(name);
+    return step::go_on;
+}
+
 nesting_scan::step nesting_scan::pass_start_tag() {
-    if (open_.size() >= limit_) {
+    if (open_.size() >= limits_.depth) {
         return step::too_deep;
     }
     ++at_;
@@ -290,6 +306,7 @@ nesting_scan::step nesting_scan::pass_start_tag() {
     if (!pass_name(name)) {
         return step::stop;
     }
+    attributes_.clear();
     for (;;) {
         skip_space();
         if (*at_ == '/') {
@@ -305,8 +322,9 @@ nesting_scan::step nesting_scan::pass_start_tag() {
             open_.push_back(name);
             return step::go_on;
         }
-        if (*at_ == '\0' || !pass_attribute()) {
-            return step::stop;
+        const step next = pass_attribute_of_element();
+        if (next != step::go_on) {
+            return next;
         }
     }
 }
@@ -329,7 +347,7 @@ nesting_scan::step nesting_scan::pass_node() {
     return passed ? step::go_on : step::stop;
 }
 
-bool nesting_scan::exceeds() {
+excess nesting_scan::run() {
     if (looking_at("\xEF\xBB\xBF")) {
         utf8_ = true;
         encoding_known_ = true;
@@ -348,16 +366,23 @@ bool nesting_scan::exceeds() {
         } else {
             next = pass_node();
         }
-        if (next != step::go_on) {
-            return next == step::too_deep;
+        switch (next) {
+            case step::go_on:
+                break;
+            case step::stop:
+                return excess::none;
+            case step::too_deep:
+                return excess::depth;
+            case step::too_many_attributes:
+                return excess::attributes;
         }
     }
 }
 
 }  // namespace
 
-bool nests_deeper_than(const std::string& text, std::size_t limit) {
-    return nesting_scan(text.c_str(), limit).exceeds();
+excess first_excess(const std::string& text, const parse_limits& limits) {
+    return nesting_scan(text.c_str(), limits).run();
 }
 
 }  // namespace winxml

@@ -55,8 +55,13 @@ std::string terminated(std::string_view text) {
 }
 
 document_t parse_utf8(const std::string& content) {
-    if (nests_deeper_than(content, max_depth)) {
-        throw_parse_error("Elements are nested too deeply.", TiXmlBase::TIXML_ERROR_PARSING_ELEMENT);
+    switch (first_excess(content, {max_depth, max_attributes})) {
+        case excess::none:
+            break;
+        case excess::depth:
+            throw_parse_error("Elements are nested too deeply.", TiXmlBase::TIXML_ERROR_PARSING_ELEMENT);
+        case excess::attributes:
+            throw_parse_error("An element has too many attributes.", TiXmlBase::TIXML_ERROR_READING_ATTRIBUTES);
     }
     auto document = boost::make_shared<TiXmlDocument>();
     document->Parse(content.c_str(), nullptr, TIXML_ENCODING_UNKNOWN);

@@ -37,10 +37,12 @@ private:
 /// Deepest nesting of elements that `parse_xml` accepts. Deeper text is refused before the parser, whose work and
 /// destruction are recursive, sees it.
 inline constexpr std::size_t max_depth = 256;
+/// Most attributes of one element that `parse_xml` accepts. The parser's work on an element grows with the square of their number.
+inline constexpr std::size_t max_attributes = 256;
 
 /// An empty document.
 [[nodiscard]] document_t create_document();
-/// Throws `exc::exc_base_t` for text that isn't well-formed or nests too deep.
+/// Throws `exc::exc_base_t` for text that isn't well-formed or exceeds a limit.
 [[nodiscard]] document_t parse_xml(std::u16string_view text);
 [[nodiscard]] document_t load_xml_file(const text::wide_string& path);
 /// UTF-8, without a declaration and without white space between elements.

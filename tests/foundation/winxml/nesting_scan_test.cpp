@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <tinyxml.h>
 
+#include <limits>
 #include <random>
 
 #include "foundation/exc/exceptions.h"
@@ -21,6 +22,29 @@ std::size_t parsed_depth(const TiXmlNode& node) {
     return deepest;
 }
 
+std::size_t most_attributes(const TiXmlNode& node) {
+    std::size_t most = 0;
+    if (const TiXmlElement* element = node.ToElement()) {
+        for (const TiXmlAttribute* attribute = element->FirstAttribute(); attribute != nullptr; attribute = attribute->Next()) {
+            ++most;
+        }
+    }
+    for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
+        most = std::max(most, most_attributes(*child));
+    }
+    return most;
+}
+
+constexpr std::size_t any_number = std::numeric_limits<std::size_t>::max();
+
+bool nests_deeper_than(const std::string& text, std::size_t depth) {
+    return winxml::first_excess(text, {depth, any_number}) == winxml::excess::depth;
+}
+
+bool has_more_attributes_than(const std::string& text, std::size_t attributes) {
+    return winxml::first_excess(text, {any_number, attributes}) == winxml::excess::attributes;
+}
+
 std::string repeated(std::string_view piece, std::size_t count) {
     std::string result;
     result.reserve(piece.size() * count);
@@ -30,13 +54,17 @@ std::string repeated(std::string_view piece, std::size_t count) {
     return result;
 }
 
-/// The scan against the parser itself, for every limit around the true depth.
+/// The scan against the parser itself, for every limit around the true depth and number of attributes.
 void expect_agreement(const std::string& text) {
     TiXmlDocument document;
     document.Parse(text.c_str(), nullptr, TIXML_ENCODING_UNKNOWN);
     const std::size_t depth = parsed_depth(document);
     for (std::size_t limit = 0; limit <= depth + 1; ++limit) {
-        ASSERT_EQ(winxml::nests_deeper_than(text, limit), depth > limit) << "limit " << limit << ", text: " << text;
+        ASSERT_EQ(nests_deeper_than(text, limit), depth > limit) << "limit " << limit << ", text: " << text;
+    }
+    const std::size_t attributes = most_attributes(document);
+    for (std::size_t limit = 0; limit <= attributes + 1; ++limit) {
+        ASSERT_EQ(has_more_attributes_than(text, limit), attributes > limit) << "limit " << limit << ", text: " << text;
     }
 }
 
@@ -62,6 +90,14 @@ TEST(NestingScan, AgreesWithTheParserOnChosenTexts) {
         "<a v><b/></a>",
         "<a v =  'x'  w='y' ><b/></a >",
         "<a ='x'><b/></a>",
+        "<a v='1' w='2'><b x=1 y=2 z=3/><c/></a>",
+        "<a><!-- <b x='1' y='2'> --><c x='1'/></a>",
+        "<a v=' x=1 y=2 '/>",
+        "<a v='1' w='2",
+        "<a v='1' w",
+        "<a v='1' v='2'><b/></a>",
+        "<a v='1' V='2' w='3' v",
+        "<a v='1'><b v='1' w='2' w='2'><c/></b></a>",
         "<?xml version='1.0'?><a><b/></a>",
         "<?XML version='1.0' encoding='UTF-8' standalone='>'?><a><b/></a>",
         "<?xml version='<a>' <b> junk ?><a><b><c/></b></a>",
@@ -133,15 +169,51 @@ TEST(NestingScan, AgreesWithTheParserOnChosenTexts) {
 }
 
 TEST(NestingScan, AgreesWithTheParserOnTextsPutTogetherAtRandom) {
-    const std::vector<std::string> pieces{
-        "<a>", "<b>",  "</a>", "</b>", "<a/>", "<!--", "-->",   "<![CDATA[", "]]>",          "<?xml",    "?>",
-        ">",   "<",    "/",    "'",    "\"",   " v='", " w=\"", "=",         "&#x",          "x41;",     "&#6;",
-        ";",   "&lt;", "text", " ",    "\n",   "<!X",  "<? ",   "a",         "\xEF\xBB\xBF", "\xC3\xA9", " encoding='utf-8'",
-        "#",   "<_",   "</"};
+    const std::vector<std::string> pieces{"<a>",
+                                          "<b>",
+                                          "</a>",
+                                          "</b>",
+                                          "<a/>",
+                                          "<!--",
+                                          "-->",
+                                          "<![CDATA[",
+                                          "]]>",
+                                          "<?xml",
+                                          "?>",
+                                          ">",
+                                          "<",
+                                          "/",
+                                          "'",
+                                          "\"",
+                                          " v='",
+                                          " w=\"",
+                                          "=",
+                                          "&#x",
+                                          "x41;",
+                                          "&#6;",
+                                          ";",
+                                          "&lt;",
+                                          "text",
+                                          " ",
+                                          "\n",
+                                          "<!X",
+                                          "<? ",
+                                          "a",
+                                          "\xEF\xBB\xBF",
+                                          "\xC3\xA9",
+                                          " encoding='utf-8'",
+                                          "#",
+                                          "<_",
+                                          "</",
+                                          "<a x='1'",
+                                          " y=\"<b>\"",
+                                          " z=4",
+                                          "<b>"};
     std::mt19937 random(20261116);
     std::uniform_int_distribution<std::size_t> pick(0, pieces.size() - 1);
     std::uniform_int_distribution<std::size_t> length(1, 24);
-    std::size_t refused_attributes = 0;
+    std::size_t deep_texts = 0;
+    std::size_t texts_with_attributes = 0;
     for (int round = 0; round < 60'000; ++round) {
         std::string text;
         for (std::size_t i = length(random); i > 0; --i) {
@@ -150,13 +222,58 @@ TEST(NestingScan, AgreesWithTheParserOnTextsPutTogetherAtRandom) {
         TiXmlDocument document;
         document.Parse(text.c_str(), nullptr, TIXML_ENCODING_UNKNOWN);
         const std::size_t depth = parsed_depth(document);
-        ASSERT_FALSE(winxml::nests_deeper_than(text, depth)) << text << " seems deeper than " << depth;
+        ASSERT_FALSE(nests_deeper_than(text, depth)) << text << " seems deeper than " << depth;
         if (depth > 0) {
-            ASSERT_TRUE(winxml::nests_deeper_than(text, depth - 1)) << text << " seems flatter than " << depth;
+            ASSERT_TRUE(nests_deeper_than(text, depth - 1)) << text << " seems flatter than " << depth;
         }
-        refused_attributes += depth > 2 ? 1 : 0;
+        const std::size_t attributes = most_attributes(document);
+        if (attributes > 0) {
+            ASSERT_TRUE(has_more_attributes_than(text, attributes - 1)) << text << " seems to have fewer than " << attributes;
+        }
+        ASSERT_FALSE(has_more_attributes_than(text, attributes)) << text << " seems to have more than " << attributes;
+        deep_texts += depth > 2 ? 1 : 0;
+        texts_with_attributes += attributes > 1 ? 1 : 0;
     }
-    EXPECT_GT(refused_attributes, 100U) << "the texts no longer nest";
+    EXPECT_GT(deep_texts, 100U) << "the texts no longer nest";
+    EXPECT_GT(texts_with_attributes, 100U) << "the texts no longer have attributes";
+}
+
+TEST(NestingScan, TellsWhatIsExceededFirst) {
+    EXPECT_EQ(winxml::first_excess("<a x='1'><b/></a>", {1, 0}), winxml::excess::attributes);
+    EXPECT_EQ(winxml::first_excess("<a><b x='1'/></a>", {1, 0}), winxml::excess::depth);
+    EXPECT_EQ(winxml::first_excess("<a x='1'><b/></a>", {2, 1}), winxml::excess::none);
+}
+
+class Attributes : public ::testing::Test {
+protected:
+    static std::string element_with(std::size_t attributes) {
+        std::string text = "<a";
+        for (std::size_t i = 0; i < attributes; ++i) {
+            text += " a" + std::to_string(i) + "=''";
+        }
+        return text + "/>";
+    }
+
+    platform::testing::test_system system_;
+};
+
+TEST_F(Attributes, UpToTheLimitParse) {
+    EXPECT_NO_THROW((void)winxml::parse_xml(text::utf8_to_wide(element_with(winxml::max_attributes))));
+}
+
+TEST_F(Attributes, BeyondTheLimitAreAParseFailure) {
+    for (const std::size_t attributes : {winxml::max_attributes + 1, std::size_t{200'000}}) {
+        const std::string content = element_with(attributes);
+        try {
+            (void)winxml::parse_xml(text::utf8_to_wide(content));
+            FAIL();
+        } catch (const exc::exc_base_t& e) {
+            EXPECT_EQ(e.what(), "XML error: [An element has too many attributes.]. Error code: [" +
+                                    std::to_string(TiXmlBase::TIXML_ERROR_READING_ATTRIBUTES) +
+                                    "].\n--tr:Failed to parse XML content. Source content: [" + winxml::cut_for_message(content) +
+                                    "].");
+        }
+    }
 }
 
 class Depth : public ::testing::Test {

@@ -8,7 +8,9 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <utility>
 
+#include "foundation/logging/log.h"
 #include "foundation/logging/log_writer.h"
 #include "host/entry.h"
 #include "platform/linux/process.h"
@@ -84,6 +86,14 @@ int run(const entry_environment& environment) {
     }
 }
 
+/// A log that can't be opened leaves nothing behind but silence; whoever started the program is told here.
+void report_missing_log() {
+    if (!logging::log_t::process_log()->initialized()) {
+        std::cerr << "TarnoTapeSvc: The log file can't be opened, so that nothing is logged. The switch -log names another."
+                  << std::endl;
+    }
+}
+
 }  // namespace
 
 int main() {
@@ -101,7 +111,12 @@ int main() {
     }
 
     entry_environment environment;
-    environment.pause = wait_for_end;
+    environment.pause = [log_was_checked = false](std::int64_t milliseconds) mutable {
+        if (!std::exchange(log_was_checked, true)) {
+            report_missing_log();
+        }
+        return wait_for_end(milliseconds);
+    };
     environment.start_warnings = system->warnings();
     for (const std::string& warning : environment.start_warnings) {
         std::cerr << "TarnoTapeSvc: " << warning << '\n';

@@ -249,11 +249,13 @@ TEST_F(ChangerProcedures, ADriverlessChangerIsFoundByTheScsiNamesOnly) {
     EXPECT_EQ(winxml::get_attribute(changers[0], "SymbolicLink"), "\\\\.\\unknownChanger00");
     EXPECT_EQ(winxml::get_attribute(changers[0], "DeviceName"), "Changer100");
     const std::string link = "<SymLinkName value=\"\\\\.\\unknownChanger00\" />";
+    const auto slots = [&] { return owner_call("GetSlotsStatusesByScsi", link).output.value_or("no output"); };
+    EXPECT_NE(slots().find("TRN003L8"), std::string::npos);
     EXPECT_TRUE(owner_call("LoadMediumByScsi", link + numbers("SlotNum", 2, "DriveNum", 1)).success);
-    EXPECT_NE(owner_call("GetSlotsStatusesByScsi", link).output.find("TRN001L8"), std::string::npos);
-    EXPECT_EQ(owner_call("GetSlotsStatusesByScsi", link).output.find("TRN003L8"), std::string::npos);
+    EXPECT_NE(slots().find("TRN001L8"), std::string::npos);
+    EXPECT_EQ(slots().find("TRN003L8"), std::string::npos);
     EXPECT_TRUE(owner_call("UnloadMediumByScsi", link + numbers("SlotNum", 22, "DriveNum", 1)).success);
-    EXPECT_NE(owner_call("GetSlotsStatusesByScsi", link).output.find("TRN003L8"), std::string::npos);
+    EXPECT_NE(slots().find("TRN003L8"), std::string::npos);
     // Without the class driver only the robot's own commands are understood.
     EXPECT_FALSE(owner_call("GetSlotsStatuses", link).success);
 }

@@ -92,6 +92,25 @@ TEST_F(ClientCheck, AnIdentifierThatCannotBeMadeIsAFailure) {
                                    context_line);
 }
 
+TEST_F(ClientCheck, AnIdentifierWithoutMemoryIsAFailure) {
+    class poor_accounts final : public platform::accounts {
+    public:
+        std::uint32_t open_client_context(platform::client_context& context) override {
+            context = 1;
+            return 0;
+        }
+        std::uint32_t free_client_context(platform::client_context) override { return 0; }
+        std::uint32_t client_groups_size(platform::client_context) override { return 1; }
+        bool client_groups(platform::client_context, std::vector<platform::group_entry>&) override { return true; }
+        bool create_well_known_sid(std::uint32_t, platform::sid_bytes&) override { throw std::bad_alloc(); }
+    } poor;
+    platform::system_set set = platform::system();
+    set.accounts = &poor;
+    const platform::scoped_system scope(set);
+    EXPECT_EQ(check_failure(),
+              exc::win_error_text(8) + "\nFailed to allocate SID buffer.\n--tr:Error code: 0x00000008" + context_line);
+}
+
 TEST_F(ClientCheck, AContextThatCannotBeFreedIsOnlyLogged) {
     system_.accounts.set_administrator();
     system_.accounts.fail_free(6);

@@ -3,6 +3,7 @@
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
+#include <new>
 
 #include "foundation/exc/exceptions.h"
 #include "foundation/logging/log_writer.h"
@@ -12,11 +13,15 @@
 namespace win {
 
 boost::shared_ptr<win_sid_t> win_sid_t::create_well_known(std::uint32_t which) {
-    platform::sid_bytes bytes;
-    if (!platform::system().accounts->create_well_known_sid(which, bytes)) {
-        throw exc::win_sys_exc_t("Failed to create SID for the specified security alias.", exc::last_error());
+    try {
+        platform::sid_bytes bytes;
+        if (!platform::system().accounts->create_well_known_sid(which, bytes)) {
+            throw exc::win_sys_exc_t("Failed to create SID for the specified security alias.", exc::last_error());
+        }
+        return boost::make_shared<win_sid_t>(std::move(bytes));
+    } catch (const std::bad_alloc&) {
+        throw exc::win_sys_exc_t("Failed to allocate SID buffer.", platform::error::not_enough_memory);
     }
-    return boost::make_shared<win_sid_t>(std::move(bytes));
 }
 
 namespace rpc {

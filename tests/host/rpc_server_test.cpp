@@ -184,6 +184,24 @@ TEST_F(RpcStart, ASecondPortIsTriedToo) {
     EXPECT_EQ(system_.rpc_runtime.calls(step::use_endpoint)[1].endpoint, "7000");
 }
 
+TEST_F(RpcStart, OnePortOfTwoIsEnough) {
+    for (const char* taken : {"6166", "7000"}) {
+        system_.rpc_runtime.set_endpoint_status(taken, 5);
+        RpcServerSettings settings;
+        settings.useSecondPort = true;
+        settings.secondPort = 7000;
+        EXPECT_EQ(start(settings), "") << taken;
+        EXPECT_TRUE(system_.log.has_line(std::string(">>  |Failed to register TCP/IP RPC endpoint. Port: [") + taken + "]."));
+        system_.rpc_runtime.set_endpoint_status(taken, 0);
+    }
+    EXPECT_EQ(system_.rpc_runtime.calls(step::use_endpoint).size(), 4u);
+    system_.rpc_runtime.set_status(step::use_endpoint, 5);
+    RpcServerSettings settings;
+    settings.useSecondPort = true;
+    EXPECT_EQ(start(settings), wrapped("Failed to register TCP/IP RPC endpoint."));
+    EXPECT_EQ(system_.rpc_runtime.calls(step::use_endpoint).back().endpoint, "4294967295");
+}
+
 TEST_F(RpcStart, WithoutAPortAllProtocolsAreUsed) {
     RpcServerSettings settings;
     settings.usePort = false;
@@ -272,6 +290,35 @@ TEST_F(RpcStart, TheStopTellsItsStepsInOrder) {
                                         "tap| Context was cleared.", "tap| Tape service is stopped."}));
     EXPECT_FALSE(gServiceContext.get());
     EXPECT_FALSE(system_.rpc_runtime.listening());
+}
+
+TEST_F(RpcStart, AStopThatThrowsIsLoggedAndEndsThere) {
+    class broken_runtime final : public platform::rpc_runtime {
+    public:
+        std::uint32_t use_endpoint(const std::string&, std::uint32_t, const std::string&) override { return 0; }
+        std::uint32_t use_all_protocol_sequences(std::uint32_t) override { return 0; }
+        std::uint32_t register_interface(const platform::rpc_interface&, std::uint32_t, std::uint32_t, std::uint32_t) override {
+            return 0;
+        }
+        std::uint32_t register_in_endpoint_mapper(const platform::rpc_interface&, const std::u16string&) override { return 0; }
+        std::uint32_t inquire_bindings() override { return 0; }
+        std::uint32_t register_authentication(const std::u16string&, std::uint32_t) override { return 0; }
+        std::uint32_t listen(std::uint32_t, std::uint32_t) override { return 0; }
+        std::uint32_t stop_listening() override { throw exc::runtime_exc_t("The network is gone."); }
+        std::uint32_t computer_name(std::u16string&) override { return 0; }
+        std::uint32_t make_principal_name(const std::u16string&, const std::u16string&, std::u16string&) override { return 0; }
+    } broken;
+    platform::system_set set = platform::system();
+    set.rpc_runtime = &broken;
+    const platform::scoped_system scope(set);
+    EXPECT_EQ(start(), "");
+    system_.log.clear();
+    StopTapeServer();
+    EXPECT_TRUE(system_.log.has_line("tap| ERR |Failed to stop tape service."));
+    EXPECT_TRUE(system_.log.has_line("The network is gone."));
+    EXPECT_TRUE(system_.log.has_line("--tr:Failed to stop RPC server."));
+    EXPECT_FALSE(system_.log.has_line("Tape service is stopped."));
+    EXPECT_TRUE(gServiceContext.get());
 }
 
 TEST_F(RpcStart, AStopThatTheRuntimeRefusesIsAStop) {

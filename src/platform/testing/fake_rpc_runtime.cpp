@@ -55,7 +55,12 @@ std::uint32_t fake_rpc_runtime::use_endpoint(const std::string& protocol_sequenc
     entry.protocol_sequence = protocol_sequence;
     entry.max_requests = max_requests;
     entry.endpoint = endpoint;
-    return record(std::move(entry));
+    if (const std::uint32_t status = record(std::move(entry))) {
+        return status;
+    }
+    const std::lock_guard lock(mutex_);
+    const auto found = endpoint_statuses_.find(endpoint);
+    return found != endpoint_statuses_.end() ? found->second : rpc_status::ok;
 }
 
 std::uint32_t fake_rpc_runtime::use_all_protocol_sequences(std::uint32_t max_requests) {
@@ -174,6 +179,11 @@ void fake_rpc_runtime::set_status(step what, std::uint32_t status) {
 void fake_rpc_runtime::set_authentication_status(std::uint32_t service, std::uint32_t status) {
     const std::lock_guard lock(mutex_);
     authentication_statuses_[service] = status;
+}
+
+void fake_rpc_runtime::set_endpoint_status(const std::string& endpoint, std::uint32_t status) {
+    const std::lock_guard lock(mutex_);
+    endpoint_statuses_[endpoint] = status;
 }
 
 void fake_rpc_runtime::set_computer_name(std::u16string name) {

@@ -65,6 +65,8 @@ public:
     void set_status(step what, std::uint32_t status);
     /// The same for one authentication service only.
     void set_authentication_status(std::uint32_t service, std::uint32_t status);
+    /// The same for one endpoint only.
+    void set_endpoint_status(const std::string& endpoint, std::uint32_t status);
     void set_computer_name(std::u16string name);
 
     [[nodiscard]] std::vector<call> calls() const;
@@ -83,6 +85,7 @@ private:
     std::vector<call> calls_;
     std::map<step, std::uint32_t> statuses_;
     std::map<std::uint32_t, std::uint32_t> authentication_statuses_;
+    std::map<std::string, std::uint32_t> endpoint_statuses_;
     std::vector<rpc_interface> interfaces_;
     bool listening_ = false;
     std::u16string computer_name_ = u"tape.example.net";

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -49,6 +50,9 @@ public:
     /// Stores one value durably: when it returns 0, a crash or power failure does not lose it. 5: read-only.
     virtual std::uint32_t set_value(registry_key key, const std::u16string& name, std::uint32_t type,
                                     const std::vector<std::uint8_t>& data) = 0;
+
+    /// Length in units of the longest name among the subkeys, without a terminator; 0 when there are none.
+    virtual std::uint32_t longest_subkey(registry_key key, std::size_t& units) = 0;
 
     /// Name of the subkey at an index, in the registry's own order. 259: the index is behind the last.
     virtual std::uint32_t enumerate_subkey(registry_key key, std::uint32_t index, std::u16string& name) = 0;

@@ -177,9 +177,14 @@ void win_reg_key_t::set_string(std::u16string_view name, std::u16string_view val
 std::vector<std::string> win_reg_key_t::subkeys() const {
     try {
         require_open();
+        std::size_t longest = 0;
+        if (const std::uint32_t code = registry().longest_subkey(key_, longest)) {
+            throw exc::win_sys_exc_t("RegQueryInfoEx() function call failed.", code);
+        }
         std::vector<std::string> names;
+        std::u16string name;
+        name.reserve(longest);
         for (std::uint32_t index = 0;; ++index) {
-            std::u16string name;
             const std::uint32_t code = registry().enumerate_subkey(key_, index, name);
             if (code == platform::error::no_more_items) {
                 return names;

@@ -216,6 +216,20 @@ std::uint32_t linux_registry::set_value(registry_key key, const std::u16string& 
     return result;
 }
 
+std::uint32_t linux_registry::longest_subkey(registry_key key, std::size_t& units) {
+    const std::lock_guard lock(mutex_);
+    refresh();
+    open_handle handle;
+    if (const std::uint32_t refused = find_handle(key, right_query, handle)) {
+        return refused;
+    }
+    units = 0;
+    for (const std::u16string& name : subkeys_of(handle)) {
+        units = std::max(units, name.size());
+    }
+    return error::success;
+}
+
 std::uint32_t linux_registry::enumerate_subkey(registry_key key, std::uint32_t index, std::u16string& name) {
     const std::lock_guard lock(mutex_);
     refresh();
@@ -223,6 +237,15 @@ std::uint32_t linux_registry::enumerate_subkey(registry_key key, std::uint32_t i
     if (const std::uint32_t refused = find_handle(key, right_enumerate, handle)) {
         return refused;
     }
+    const std::vector<std::u16string> names = subkeys_of(handle);
+    if (index >= names.size()) {
+        return error::no_more_items;
+    }
+    name = names[index];
+    return error::success;
+}
+
+std::vector<std::u16string> linux_registry::subkeys_of(const open_handle& handle) const {
     std::set<std::u16string, name_order> names;
     for (const settings_key* tree : trees_of(handle)) {
         if (const settings_key* const target = find_key(*tree, handle.path)) {
@@ -234,11 +257,7 @@ std::uint32_t linux_registry::enumerate_subkey(registry_key key, std::uint32_t i
     if (handle.path.empty()) {
         names.insert(device_map_root.front());
     }
-    if (index >= names.size()) {
-        return error::no_more_items;
-    }
-    name = *std::next(names.begin(), static_cast<std::ptrdiff_t>(index));
-    return error::success;
+    return {names.begin(), names.end()};
 }
 
 /// What a key is made of, the first that has a value before the others. A file has no say in the device map, not even one that

@@ -47,6 +47,7 @@ public:
                               std::vector<std::uint8_t>& data) override;
     std::uint32_t set_value(registry_key key, const std::u16string& name, std::uint32_t type,
                             const std::vector<std::uint8_t>& data) override;
+    std::uint32_t longest_subkey(registry_key key, std::size_t& units) override;
     std::uint32_t enumerate_subkey(registry_key key, std::uint32_t index, std::u16string& name) override;
 
     /// How often the settings file was read so far.
@@ -68,6 +69,8 @@ private:
     std::uint32_t find_handle(registry_key key, std::uint32_t right, open_handle& handle) const;
     [[nodiscard]] bool exists(const path_type& path) const;
     [[nodiscard]] std::vector<const settings_key*> trees_of(const open_handle& handle) const;
+    /// In the order of the enumeration.
+    [[nodiscard]] std::vector<std::u16string> subkeys_of(const open_handle& handle) const;
     void refresh();
     void check_secret();
     std::uint32_t change_state(const std::function<bool(settings_key& state)>& change);

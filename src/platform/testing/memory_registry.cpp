@@ -135,6 +135,19 @@ std::uint32_t memory_registry::set_value(registry_key key, const std::u16string&
     return error::success;
 }
 
+std::uint32_t memory_registry::longest_subkey(registry_key key, std::size_t& units) {
+    const std::lock_guard lock(mutex_);
+    open_handle handle;
+    if (const std::uint32_t refused = check(key, right_query, handle)) {
+        return refused;
+    }
+    units = 0;
+    for (const auto& [child_name, child] : handle.target->children) {
+        units = std::max(units, child_name.size());
+    }
+    return error::success;
+}
+
 std::uint32_t memory_registry::enumerate_subkey(registry_key key, std::uint32_t index, std::u16string& name) {
     const std::lock_guard lock(mutex_);
     open_handle handle;

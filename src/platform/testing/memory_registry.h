@@ -25,6 +25,7 @@ public:
                               std::vector<std::uint8_t>& data) override;
     std::uint32_t set_value(registry_key key, const std::u16string& name, std::uint32_t type,
                             const std::vector<std::uint8_t>& data) override;
+    std::uint32_t longest_subkey(registry_key key, std::size_t& units) override;
     std::uint32_t enumerate_subkey(registry_key key, std::uint32_t index, std::u16string& name) override;
 
     /// The test's own hand: no rights, no failures, UTF-8 paths and names; keys come into being on the way.

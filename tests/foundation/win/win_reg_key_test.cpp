@@ -182,6 +182,13 @@ TEST_F(RegKey, SubkeysAreListed) {
               "--tr:Failed to enumerate subkeys of the registry key");
 }
 
+TEST_F(RegKey, SubkeysOfAKeyThatMustNotBeReadAreAFailure) {
+    const auto writer = win::create_reg_key(wide_path);
+    EXPECT_EQ(failure_of([&] { (void)writer->subkeys(); }),
+              "Access is denied.\nRegQueryInfoEx() function call failed.\n--tr:Error code: 0x00000005\n"
+              "--tr:Failed to enumerate subkeys of the registry key");
+}
+
 TEST_F(RegKey, OptionsFallBackToTheirDefaults) {
     system_.registry.set_dword(path, "Number", 5);
     system_.registry.set_dword(path, "Off", 0);

@@ -108,6 +108,9 @@ TYPED_TEST(RegistryConformance, KeepsToTheRightsThatAKeyWasOpenedWith) {
     EXPECT_EQ(this->under_test().set_value(reader, u"A", registry_type::dword, {1, 0, 0, 0}), error::access_denied);
     EXPECT_EQ(this->under_test().query_value(writer, u"A", type, data), error::access_denied);
     EXPECT_EQ(this->under_test().enumerate_subkey(writer, 0, name), error::access_denied);
+    std::size_t units = 7;
+    EXPECT_EQ(this->under_test().longest_subkey(writer, units), error::access_denied);
+    EXPECT_EQ(units, 7U);
 }
 
 TYPED_TEST(RegistryConformance, RefusesAClosedKey) {
@@ -116,6 +119,8 @@ TYPED_TEST(RegistryConformance, RefusesAClosedKey) {
     EXPECT_EQ(this->under_test().set_value(key, u"A", registry_type::dword, {1, 0, 0, 0}), error::invalid_handle);
     std::u16string name;
     EXPECT_EQ(this->under_test().enumerate_subkey(0, 0, name), error::invalid_handle);
+    std::size_t units = 0;
+    EXPECT_EQ(this->under_test().longest_subkey(key, units), error::invalid_handle);
 }
 
 TYPED_TEST(RegistryConformance, EnumeratesSubkeysByName) {
@@ -132,6 +137,9 @@ TYPED_TEST(RegistryConformance, EnumeratesSubkeysByName) {
     EXPECT_EQ(name, u"gamma");
     EXPECT_EQ(this->under_test().enumerate_subkey(reader, 3, name), error::no_more_items);
     EXPECT_EQ(name, u"gamma");
+    std::size_t units = 0;
+    EXPECT_EQ(this->under_test().longest_subkey(reader, units), 0U);
+    EXPECT_EQ(units, 5U);
 }
 
 TYPED_TEST(RegistryConformance, HasOneTreeForBothViews) {
@@ -140,6 +148,9 @@ TYPED_TEST(RegistryConformance, HasOneTreeForBothViews) {
     EXPECT_EQ(this->under_test().open_key(u"SOFTWARE\\Views", registry_access::read_64, key), 0U);
     std::u16string name;
     EXPECT_EQ(this->under_test().enumerate_subkey(key, 0, name), error::no_more_items);
+    std::size_t units = 7;
+    EXPECT_EQ(this->under_test().longest_subkey(key, units), 0U);
+    EXPECT_EQ(units, 0U);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "changer/element_readers.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <boost/make_shared.hpp>
 
@@ -12,6 +13,7 @@
 std::vector<CHANGER_ELEMENT_STATUS_EX> ReadByPortions(const element_block_reader& read, std::uint16_t first, std::uint16_t count,
                                                       std::uint16_t portion) {
     std::vector<CHANGER_ELEMENT_STATUS_EX> records;
+    records.reserve(count);
     std::uint16_t address = first;
     std::uint16_t remaining = count;
     if (portion == 0 && remaining != 0) {
@@ -36,6 +38,7 @@ std::string RecordSerial(const CHANGER_ELEMENT_STATUS_EX& record) {
 
 SerialNameList SerialNamesOf(const ElementStatusList& records, ELEMENT_TYPE type, const drive_serial_query& query) {
     SerialNameList names = boost::make_shared<std::vector<std::string>>();
+    names->reserve(records->size());
     std::vector<std::string> queried;
     for (const CHANGER_ELEMENT_STATUS_EX& record : *records) {
         std::string name = RecordSerial(record);
@@ -49,7 +52,7 @@ SerialNameList SerialNamesOf(const ElementStatusList& records, ELEMENT_TYPE type
                 name = queried[index];
             }
         }
-        names->push_back(name);
+        names->push_back(std::move(name));
     }
     return names;
 }

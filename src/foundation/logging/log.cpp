@@ -134,10 +134,9 @@ void log_t::write(level entry_level, std::int32_t indent, const format::line_for
 }
 
 std::string log_t::build_entry(const entry_form& form, std::string_view text) const {
-    const auto feeds = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
-    const std::size_t overhead = typical_overhead + form.prefix.size() + 2 * static_cast<std::size_t>(std::max(form.indent, 0));
+    // Room for one line, which long texts are; counting the lines of many megabytes costs more than letting short ones grow.
     std::string entry;
-    entry.reserve(text.size() + (feeds + 1) * overhead);
+    entry.reserve(text.size() + typical_overhead + form.prefix.size() + 2 * static_cast<std::size_t>(std::max(form.indent, 0)));
 
     std::size_t number = 0;
     std::size_t at = 0;

@@ -35,6 +35,7 @@ std::unique_ptr<pool_task> task(
 TEST(CallPoolTest, KeepsTheMinimumReady) {
     const call_pool pool(2, 10, std::chrono::seconds(60));
     EXPECT_EQ(pool.threads(), 2U);
+    EXPECT_EQ(pool.busy(), 0U);
 }
 
 TEST(CallPoolTest, BlockedTasksHoldNobodyUpAndTheMaximumRefuses) {
@@ -54,6 +55,7 @@ TEST(CallPoolTest, BlockedTasksHoldNobodyUpAndTheMaximumRefuses) {
     }
     all_started.get_future().wait();
     EXPECT_EQ(pool.threads(), 5U);
+    EXPECT_EQ(pool.busy(), 5U);
     auto refused = task([] {});
     EXPECT_FALSE(pool.start(refused));
     EXPECT_TRUE(refused) << "a refused task stays with the caller";

@@ -123,6 +123,9 @@ int main() {
     }
     const int code = run(environment);
     std::cerr.flush();
+    if (system->at_rest()) {
+        return code;
+    }
     // Calls in progress are not waited for: they can be minutes from their end. What they have done to a virtual library is on the
     // disk already.
     _exit(code);

@@ -25,6 +25,9 @@ public:
     /// What the administrator should know of the start: sentences for the log.
     [[nodiscard]] const std::vector<std::string>& warnings() const { return warnings_; }
 
+    /// Whether no call is being served, so that the whole can be taken apart without waiting for anybody.
+    [[nodiscard]] bool at_rest() const { return rpc_->at_rest(); }
+
 private:
     void watch_settings();
     void add_devices();

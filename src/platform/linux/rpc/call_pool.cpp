@@ -51,6 +51,11 @@ std::size_t call_pool::threads() const {
     return threads_;
 }
 
+std::size_t call_pool::busy() const {
+    const std::lock_guard lock(mutex_);
+    return threads_ - idle_.size();
+}
+
 /// With the mutex held.
 bool call_pool::spawn(std::unique_ptr<pool_task>& task) {
     auto made = std::make_unique<worker>();

@@ -36,6 +36,8 @@ public:
     [[nodiscard]] bool start(std::unique_ptr<pool_task>& task);
 
     [[nodiscard]] std::size_t threads() const;
+    /// Threads that work on a task now.
+    [[nodiscard]] std::size_t busy() const;
 
 private:
     struct worker {

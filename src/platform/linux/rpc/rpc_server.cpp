@@ -303,6 +303,10 @@ std::uint32_t rpc_server::make_principal_name(const std::u16string& service_clas
     return rpc_status::ok;
 }
 
+bool rpc_server::at_rest() const {
+    return !state_->pool || state_->pool->busy() == 0;
+}
+
 std::uint16_t rpc_server::tcp_port() const {
     return state_->ports.empty() ? std::uint16_t{0} : state_->ports.front();
 }

@@ -54,6 +54,8 @@ public:
     std::uint32_t make_principal_name(const std::u16string& service_class, const std::u16string& computer,
                                       std::u16string& principal) override;
 
+    /// Whether no call is being served. After `stop_listening` it stays so.
+    [[nodiscard]] bool at_rest() const;
     /// Port of the first TCP endpoint, 0 without one.
     [[nodiscard]] std::uint16_t tcp_port() const;
     /// What became of the local socket at the last `listen`: 0, or why it couldn't be had.

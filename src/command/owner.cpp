@@ -31,7 +31,7 @@ std::u16string folded(std::u16string text) {
 /// The key for writing; null when it can be neither opened nor made.
 win::reg_key_ptr open_owner_key() {
     try {
-        if (const win::reg_key_ptr key = win::open_reg_key(owner_key_path, platform::registry_access::write)) {
+        if (win::reg_key_ptr key = win::open_reg_key(owner_key_path, platform::registry_access::write)) {
             return key;
         }
     } catch (const std::exception&) {  // the same as a key that isn't there: the next step decides

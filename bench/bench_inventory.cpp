@@ -294,6 +294,7 @@ struct figures {
     std::vector<double> many_cpu;   ///< the server's CPU seconds of the same call
     std::vector<double> bare_cpu;   ///< CPU seconds of the bare commands
     std::vector<double> idle_mib;   ///< resident memory after each start
+    double round_cpu = 0;           ///< the server's CPU seconds for a round, all that it did in it
 };
 
 double wall_seconds(server_calls& calls, const std::vector<std::uint8_t>& stub, std::vector<std::uint8_t>& reply) {
@@ -335,9 +336,11 @@ void measure_inventory(const fs::path& program, const fs::path& folder, figures&
     for (int round = 0; round < warm_up_rounds; ++round) {
         measure_round(server, calls, bare, warm_up);
     }
+    const double before = server.settled_cpu_seconds();
     for (int round = 0; round < rounds; ++round) {
         measure_round(server, calls, bare, result);
     }
+    result.round_cpu = (server.settled_cpu_seconds() - before) / rounds;
 }
 
 void measure_idle(const fs::path& program, const fs::path& example, const fs::path& folder, figures& result) {
@@ -361,6 +364,7 @@ void report(const figures& result, const fs::path& json) {
     std::cerr << "wall, " << few_slots << " slots: " << few * 1e3 << " ms\n"
               << "wall, " << many_slots << " slots: " << many * 1e3 << " ms\n"
               << "server CPU, " << many_slots << " slots: " << cpu * 1e3 << " ms\n"
+              << "server CPU, a whole round with both calls and everything between: " << result.round_cpu * 1e3 << " ms\n"
               << "bare commands CPU, " << many_slots << " slots: " << bare * 1e3 << " ms\n";
     std::cout << "inventory_growth " << many / few << "\ninventory_overhead " << cpu / bare << "\nrss_mib_idle " << idle << '\n';
     std::ofstream file(json);

@@ -9,6 +9,7 @@
 #include "foundation/logging/log_scope.h"
 #include "foundation/logging/log_setup.h"
 #include "foundation/text/conversion.h"
+#include "foundation/util/command_line.h"
 #include "host/rpc_server.h"
 #include "host/server_lifetime.h"
 #include "host/tape_settings.h"
@@ -28,7 +29,7 @@ constexpr std::size_t log_test_line_size = 51200;
 constexpr int exit_done = 0;
 constexpr int exit_no_service_manager = 1;
 
-command_line_t build_command_line() {
+util::command_line_t build_command_line() {
     try {
         return platform::system().process->command_line();
     } catch (std::exception& e) {
@@ -93,7 +94,7 @@ void RunLogTest() {
 }
 
 int RunTapeServer(const entry_environment& environment) {
-    const command_line_t command_line = build_command_line();
+    const util::command_line_t command_line = build_command_line();
     logging::initialize_log(default_log_name, command_line);
     WriteStartBanner();
     for (const std::string& warning : environment.start_warnings) {
@@ -103,9 +104,9 @@ int RunTapeServer(const entry_environment& environment) {
     const RpcServerSettings settings = LoadRpcServerSettings(tape_key_path, command_line);
     tape_settings::LoadAll(tape_key_path);
 
-    if (FindSwitch(command_line, u"-debug")) {
+    if (util::find_switch(command_line, u"-debug")) {
         g_log.LogMessage("Launched in debug mode.");
-        if (FindSwitch(command_line, u"-logtest")) {
+        if (util::find_switch(command_line, u"-logtest")) {
             RunLogTest();
         }
         serve_from_console(settings, environment);

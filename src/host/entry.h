@@ -2,8 +2,8 @@
 
 #include <cstdint>
 #include <functional>
-
-#include "host/command_line.h"
+#include <string>
+#include <vector>
 
 /// What the entry asks of the program that it runs in.
 struct entry_environment {

@@ -40,8 +40,8 @@ bool read_port_from_registry(const std::u16string& key_path, std::uint32_t& port
     return true;
 }
 
-void read_port_from_command_line(const command_line_t& command_line, std::uint32_t& port) {
-    const std::optional<std::u16string> word = FindSwitchValue(command_line, u"-port");
+void read_port_from_command_line(const util::command_line_t& command_line, std::uint32_t& port) {
+    const std::optional<std::u16string> word = util::find_switch_value(command_line, u"-port");
     if (!word) {
         return;
     }
@@ -56,7 +56,7 @@ void read_port_from_command_line(const command_line_t& command_line, std::uint32
 
 }  // namespace
 
-RpcServerSettings LoadRpcServerSettings(const std::u16string& key_path, const command_line_t& command_line) {
+RpcServerSettings LoadRpcServerSettings(const std::u16string& key_path, const util::command_line_t& command_line) {
     try {
         RpcServerSettings settings;
         if (!read_port_from_registry(key_path, settings.port)) {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "command/svc_context.h"
-#include "host/command_line.h"
+#include "foundation/util/command_line.h"
 #include "platform/rpc_runtime.h"
 
 inline constexpr std::uint32_t default_rpc_port = 6166;
@@ -22,7 +22,7 @@ struct RpcServerSettings {
 
 /// The settings from the registry's "Port", else from the switch `-port`, else the default. A port above 65535 is skipped, with
 /// a line in the log. Other failures throw.
-[[nodiscard]] RpcServerSettings LoadRpcServerSettings(const std::u16string& key_path, const command_line_t& command_line);
+[[nodiscard]] RpcServerSettings LoadRpcServerSettings(const std::u16string& key_path, const util::command_line_t& command_line);
 
 /// An interface that the server offers, with its name in the endpoint mapper.
 struct CRpcInterfaceEntry {

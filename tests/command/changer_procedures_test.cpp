@@ -104,6 +104,42 @@ TEST_F(ChangerProcedures, AChangerThatFailsKeepsToItsOwnEntry) {
     }
 }
 
+/// Whatever asks the first library for a mode page, as the parameters do, hears of a broken unit.
+constexpr char refused_mode_pages[] =
+    "<faults><fault kind=\"sense\" opcodes=\"0x1A 0x5A\" times=\"0\" key=\"4\" asc=\"0x44\" ascq=\"0\"/></faults>";
+constexpr char first_part_of_changer[] =
+    "<Changer DeviceName=\"Changer0\" SymbolicLink=\"\\\\.\\Changer0\" NoDriver=\"false\"><Address Lun=\"0\" TargetId=\"0\" "
+    "PathId=\"0\" "
+    "PortNumber=\"0\" /><Data SerialNumber=\"TRNLIB0001\" ";
+
+TEST_F(ChangerProcedures, AChangerThatFailsHalfWayIsToldAsFarAsItWasRead) {
+    plug_in({{}});
+    system_.files.put("C:\\library0\\faults.xml", refused_mode_pages);
+    const call_answer answer = changer_call("GetChanger");
+    ASSERT_TRUE(answer.success) << answer.error;
+    const winxml::document_t output = winxml::parse_xml(text::utf8_to_wide(*answer.output));
+    const winxml::node_t arguments = winxml::get_element(winxml::document_node(output), "OutputArguments");
+    ASSERT_EQ(winxml::child_elements(arguments).size(), 1u);
+    const std::string error = winxml::get_attribute(winxml::get_element(arguments, "Error"), "value");
+    const std::string start = std::string("Problem with gathering data in \\\\.\\Changer0. We have ") + first_part_of_changer;
+    EXPECT_EQ(error.substr(0, start.size()), start);
+    EXPECT_TRUE(error.ends_with(" /></Changer>")) << error;
+    EXPECT_FALSE(system_.log.has_line("tap| Getting changer Failed."));
+}
+
+TEST_F(ChangerProcedures, AnEntryThatFailsHalfWayBearsTheErrorBesideWhatWasRead) {
+    plug_in({{}, {.serial = "TRNLIB0002"}});
+    system_.files.put("C:\\library0\\faults.xml", refused_mode_pages);
+    winxml::document_t record;
+    const std::vector<winxml::node_t> changers = winxml::child_elements(record_in(owner_call("GetChangers"), "Changers", record));
+    ASSERT_EQ(changers.size(), 2u);
+    EXPECT_EQ(winxml::get_attribute(changers[0], "SymbolicLink"), "\\\\.\\Changer0");
+    const std::string error = winxml::get_attribute(changers[0], "Error");
+    EXPECT_NE(error.find("DeviceIoControl(ChangerGetParameters) in '"), std::string::npos) << error;
+    EXPECT_EQ(error.find("<Error>"), std::string::npos);
+    EXPECT_TRUE(winxml::find_element(changers[1], "Parameters"));
+}
+
 TEST_F(ChangerProcedures, AMissingNumberIsToldBeforeAnyDeviceIsTouched) {
     const call_answer answer = changer_call("LoadMedium", "<SlotNum value=\"0\" />");
     EXPECT_EQ(
@@ -281,11 +317,13 @@ TEST_F(ChangerProcedures, CallsForOneChangerTakeTurns) {
         const boost::mutex::scoped_lock move(*robot);
         waiting = std::thread([&] {
             calling.count_down();
-            EXPECT_TRUE(owner_call("GetChangers").success);
+            const call_answer list = owner_call("GetChangers");
+            EXPECT_TRUE(list.success);
+            EXPECT_EQ(list.output.value_or("").find("Error="), std::string::npos);
             answered = true;
         });
         calling.wait();
-        // The other changerless procedures go on meanwhile; the list waits for the robot.
+        // A procedure without a changer goes on meanwhile; the list waits for the robot.
         EXPECT_TRUE(call("EnumLocks").success);
         EXPECT_FALSE(answered);
     }

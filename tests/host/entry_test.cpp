@@ -11,6 +11,18 @@ namespace {
 
 using test_support::tape_key;
 
+/// A process that can't tell its command line.
+class mute_process : public platform::process {
+public:
+    std::u16string module_path() override { return {}; }
+    platform::module_version version_of(const std::u16string& /*module*/) override { return {}; }
+    std::u16string comments_of(const std::u16string& /*module*/) override { return {}; }
+    std::vector<std::u16string> command_line() override { throw exc::runtime_exc_t("No words."); }
+    std::uint32_t process_id() override { return 0; }
+    std::string os_description() override { return {}; }
+    std::uint32_t current_thread_id() override { return 1; }
+};
+
 /// Reads the log's file as the entry writes it, without stamps.
 class Entry : public test_support::ServiceFixture {
 protected:
@@ -131,6 +143,20 @@ TEST_F(Entry, APortThatIsTakenEndsTheDebugMode) {
     system_.rpc_runtime.set_status(platform::testing::fake_rpc_runtime::step::use_endpoint, 1740);
     add_words({u"-debug"});
     EXPECT_THROW(run(), exc::runtime_exc_t);
+}
+
+TEST_F(Entry, ACommandLineThatCannotBeReadEndsTheStart) {
+    mute_process process;
+    platform::system_set set = system_.fakes();
+    set.process = &process;
+    const platform::scoped_system scope(set);
+    try {
+        static_cast<void>(run());
+        FAIL();
+    } catch (const exc::exc_base_t& e) {
+        EXPECT_EQ(std::string(e.what()), "No words.\n--tr:Failed to parse command line");
+    }
+    EXPECT_TRUE(system_.files.paths().empty());
 }
 
 TEST_F(Entry, TheLogTestBelongsToTheDebugMode) {

@@ -16,7 +16,7 @@ using test_support::tape_key;
 
 class RpcSettings : public test_support::ServiceFixture {
 protected:
-    static std::uint32_t port_with(const command_line_t& words) { return LoadRpcServerSettings(tape_key_path, words).port; }
+    static std::uint32_t port_with(const util::command_line_t& words) { return LoadRpcServerSettings(tape_key_path, words).port; }
 };
 
 TEST_F(RpcSettings, TheDefaultIsOnePort) {

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "foundation/exc/exceptions.h"
-#include "host/command_line.h"
 #include "support/service_fixture.h"
 
 namespace {
@@ -163,17 +162,6 @@ TEST_F(TapeSettings, TheLoadersRunInOrder) {
                      "tap| Many hosts regime is off.", "tap| Use Tape Alerts Emulator.",
                      "tap| User have set old style device enumerate", "tap| =======Find ForbiddenSerialNames key.======", "tap| 9",
                      "tap| =======Generate drive name from address number on.======"}));
-}
-
-TEST(CommandLine, ASwitchIsFoundAnywhereInAnyCase) {
-    const command_line_t words = {u"-DEBUG", u"-log", u"-Port", u"-port"};
-    EXPECT_EQ(FindSwitch(words, u"-debug"), 0u);
-    EXPECT_EQ(FindSwitch(words, u"-port"), 2u);
-    EXPECT_EQ(FindSwitch(words, u"-ports"), std::nullopt);
-    EXPECT_EQ(FindSwitchValue(words, u"-log"), u"-Port");
-    EXPECT_EQ(FindSwitchValue(words, u"-port"), u"-port");
-    EXPECT_EQ(FindSwitchValue({u"-port"}, u"-port"), std::nullopt);
-    EXPECT_EQ(FindSwitch({}, u"-debug"), std::nullopt);
 }
 
 }  // namespace

@@ -11,11 +11,8 @@ namespace logging {
 namespace {
 
 text::wide_string chosen_path(std::u16string_view default_name, const std::vector<std::u16string>& command_line) {
-    const auto at = util::find_switch(command_line, u"-log");
-    if (at && *at + 1 < command_line.size()) {
-        return command_line[*at + 1];
-    }
-    return default_log_path(default_name);
+    const auto path = util::find_switch_value(command_line, u"-log");
+    return path ? *path : default_log_path(default_name);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "foundation/exc/exceptions.h"
-#include "foundation/util/command_line.h"
 #include "platform/testing/fakes.h"
 
 namespace {
@@ -97,15 +96,6 @@ TEST_F(Paths, FolderMadeByAnotherMeanwhileIsWelcome) {
         return what == platform::testing::memory_files::operation::create_folder ? 183U : 0U;
     });
     EXPECT_NO_THROW(win::create_folder(u"C:\\n"));
-}
-
-TEST(CommandLine, SwitchIsTheFirstElementInAnyCase) {
-    const std::vector<std::u16string> line{u"svc.exe", u"-Debug", u"-debug", u"-log"};
-    EXPECT_EQ(util::find_switch(line, u"-DEBUG"), 1U);
-    EXPECT_EQ(util::find_switch(line, u"-log"), 3U);
-    EXPECT_EQ(util::find_switch(line, u"SVC.EXE"), 0U);
-    EXPECT_FALSE(util::find_switch(line, u"-lo").has_value());
-    EXPECT_FALSE(util::find_switch({}, u"-log").has_value());
 }
 
 }  // namespace

@@ -1,4 +1,3 @@
-#include <termios.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -12,32 +11,19 @@
 
 #include "console/commands.h"
 #include "console/console_system.h"
+#include "platform/linux/password_prompt.h"
 
 namespace {
 
 using console::exit_code;
 using console::failure;
 
-/// Reads a password without showing it, or as one line when standard input is no terminal.
 std::string ask_password(const std::string& user) {
-    termios shown{};
-    const bool terminal = isatty(STDIN_FILENO) != 0 && tcgetattr(STDIN_FILENO, &shown) == 0;
-    if (terminal) {
-        std::cerr << "Password of " << user << ": " << std::flush;
-        termios hidden = shown;
-        hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
+    try {
+        return platform::linux_os::read_password(user);
+    } catch (const std::exception& e) {
+        throw failure(exit_code::usage, e.what());
     }
-    std::string password;
-    const bool read = static_cast<bool>(std::getline(std::cin, password));
-    if (terminal) {
-        tcsetattr(STDIN_FILENO, TCSAFLUSH, &shown);
-        std::cerr << '\n';
-    }
-    if (!read) {
-        throw failure(exit_code::usage, "No password was given.");
-    }
-    return password;
 }
 
 std::string read_password_file(const std::string& path) {
@@ -45,6 +31,9 @@ std::string read_password_file(const std::string& path) {
     std::string password;
     if (!std::getline(file, password)) {
         throw failure(exit_code::usage, "The password can't be read from '" + path + "'.");
+    }
+    if (password.ends_with('\r')) {
+        password.pop_back();
     }
     return password;
 }

@@ -6,9 +6,9 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/linux/password_prompt.h"
 #include "platform/linux/rpc/accounts_file.h"
 #include "platform/linux/rpc/unicode.h"
-#include "programs/tape_account/password_prompt.h"
 
 namespace {
 
@@ -35,7 +35,7 @@ std::u16string checked_name(const std::string& name) {
 
 void add(const accounts_file& file, const std::string& name, bool administrator) {
     static_cast<void>(checked_name(name));
-    std::string password = tape_account::read_new_password(name);
+    std::string password = platform::linux_os::read_new_password(name);
     std::u16string wide;
     const bool well_formed = platform::linux_rpc::utf8_to_utf16(password, wide);
     platform::linux_rpc::wipe(password);

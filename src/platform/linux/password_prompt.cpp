@@ -1,4 +1,4 @@
-#include "programs/tape_account/password_prompt.h"
+#include "platform/linux/password_prompt.h"
 
 #include <poll.h>
 #include <termios.h>
@@ -13,7 +13,7 @@
 
 #include "platform/linux/rpc/ntlm_crypto.h"
 
-namespace tape_account {
+namespace platform::linux_os {
 
 namespace {
 
@@ -125,7 +125,13 @@ std::string read_line(const silent_terminal* terminal) {
     return line;
 }
 
-std::string read_from_terminal(const std::string& account) {
+std::string read_once(const std::string& account) {
+    const silent_terminal silence;
+    show("Password of '" + account + "': ");
+    return read_line(&silence);
+}
+
+std::string read_twice(const std::string& account) {
     const silent_terminal silence;
     show("New password of '" + account + "': ");
     std::string password = read_line(&silence);
@@ -140,14 +146,25 @@ std::string read_from_terminal(const std::string& account) {
     return password;
 }
 
-}  // namespace
+bool has_terminal() {
+    return ::isatty(STDIN_FILENO) == 1;
+}
 
-std::string read_new_password(const std::string& account) {
-    std::string password = ::isatty(STDIN_FILENO) == 1 ? read_from_terminal(account) : read_line(nullptr);
+std::string not_empty(std::string password) {
     if (password.empty()) {
         throw std::runtime_error("An empty password is not accepted.");
     }
     return password;
 }
 
-}  // namespace tape_account
+}  // namespace
+
+std::string read_password(const std::string& account) {
+    return not_empty(has_terminal() ? read_once(account) : read_line(nullptr));
+}
+
+std::string read_new_password(const std::string& account) {
+    return not_empty(has_terminal() ? read_twice(account) : read_line(nullptr));
+}
+
+}  // namespace platform::linux_os

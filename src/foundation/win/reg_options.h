@@ -21,5 +21,7 @@ namespace win {
 [[nodiscard]] bool read_option(const reg_key_ptr& key, std::u16string_view name, bool default_value);
 [[nodiscard]] std::uint64_t read_option(const reg_key_ptr& key, std::u16string_view name, std::uint64_t default_value);
 [[nodiscard]] std::string read_option(const reg_key_ptr& key, std::u16string_view name, const std::string& default_value);
+/// A literal would be taken for a boolean.
+std::string read_option(const reg_key_ptr& key, std::u16string_view name, const char* default_value) = delete;
 
 }  // namespace win

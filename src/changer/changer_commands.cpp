@@ -2,6 +2,10 @@
 
 #include <stdexcept>
 
+#include "changer/changer_interface.h"
+#include "foundation/exc/exceptions.h"
+#include "foundation/text/conversion.h"
+
 namespace {
 
 constexpr std::uint8_t operation_mode_sense_6 = 0x1A;
@@ -20,8 +24,16 @@ std::uint16_t at(const std::vector<std::uint16_t>& values, std::uint32_t type) {
     return values[type];
 }
 
+/// The device's address of an element. One that 16 bits don't hold is refused: cut to them it would name some other element, and a
+/// cartridge there would move.
 std::uint16_t raised(const element_map_t& map, ELEMENT_TYPE type, std::uint32_t address) {
-    return static_cast<std::uint16_t>(map.first(type) + address);
+    constexpr std::uint32_t last_address = 0xFFFF;
+    const std::uint16_t first = map.first(type);
+    if (address > last_address - first) {
+        throw exc::runtime_exc_t("There is no %1 #%2: the changer has no such address.", ElementTypeName(type),
+                                 text::to_string(address));
+    }
+    return static_cast<std::uint16_t>(first + address);
 }
 
 constexpr std::uint8_t high(std::uint16_t value) {

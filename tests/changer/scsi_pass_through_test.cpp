@@ -329,4 +329,22 @@ TEST_F(ScsiPassThrough, RefusesAddressesOfTypesThatTheMapLacks) {
     EXPECT_THAT(world.controls(direct_code), IsEmpty());
 }
 
+TEST_F(ScsiPassThrough, RefusesAddressesThatWouldNameOtherElements) {
+    answer({scsi(0, {})});
+    bytes data(64);
+    CScsiPassThrough read(device, data);
+    // Cut to 16 bits, slot 61456 of this map would be the first port.
+    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { ReadElementStatus(read, 61456, ChangerSlot, 1, map, true); }),
+              "There is no ChangerSlot #61456: the changer has no such address.");
+    CScsiPassThrough move(device);
+    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { MoveMediumCommand(move, 61456, ChangerSlot, 0, ChangerDrive, map); }),
+              "There is no ChangerSlot #61456: the changer has no such address.");
+    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { MoveMediumCommand(move, 0, ChangerDrive, 61440, ChangerSlot, map); }),
+              "There is no ChangerSlot #61440: the changer has no such address.");
+    EXPECT_THAT(world.controls(direct_code), IsEmpty());
+    MoveMediumCommand(move, 0, ChangerDrive, 61439, ChangerSlot, map);
+    EXPECT_EQ(platform::testing::cdb_of(world.controls(direct_code).at(0)),
+              (bytes{0xA5, 0, 0x00, 0x02, 0x01, 0x00, 0xFF, 0xFF, 0, 0, 0, 0}));
+}
+
 }  // namespace

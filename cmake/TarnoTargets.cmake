@@ -17,7 +17,7 @@ endif()
 
 find_program(TARNO_CCACHE ccache)
 if(TARNO_CCACHE)
-    set(launcher ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime ${TARNO_CCACHE})
+    set(launcher ${CMAKE_COMMAND} -E env CCACHE_NOHASHDIR=1 CCACHE_BASEDIR=${PROJECT_SOURCE_DIR} CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime ${TARNO_CCACHE})
     set(CMAKE_C_COMPILER_LAUNCHER ${launcher})
     set(CMAKE_CXX_COMPILER_LAUNCHER ${launcher})
 endif()

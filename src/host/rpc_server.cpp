@@ -169,7 +169,7 @@ std::u16string CRpcServer::make_service_principal() {
 void CRpcServer::register_interfaces() {
     try {
         for (const CRpcInterfaceEntry& entry : interfaces_) {
-            const std::uint32_t status = runtime().register_interface(entry.specification, 0, max_calls, unlimited_request_size);
+            const std::uint32_t status = runtime().register_interface(entry.offered, 0, max_calls, unlimited_request_size);
             const std::string annotation = text::wide_to_utf8(entry.annotation);
             if (status == platform::rpc_status::type_already_registered) {
                 g_libraryLog.LogInfo("RPC interface '%1' already registered in RPC runtime.", annotation);
@@ -190,7 +190,7 @@ void CRpcServer::register_in_endpoint_mapper() {
     }
     try {
         for (const CRpcInterfaceEntry& entry : interfaces_) {
-            const std::uint32_t status = runtime().register_in_endpoint_mapper(entry.specification, entry.annotation);
+            const std::uint32_t status = runtime().register_in_endpoint_mapper(entry.offered, entry.annotation);
             if (status != platform::rpc_status::ok) {
                 throw exc::win_sys_exc_t("Failed to process interface [%1].", text::wide_to_utf8(entry.annotation), status);
             }

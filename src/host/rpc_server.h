@@ -27,7 +27,7 @@ struct RpcServerSettings {
 /// An interface that the server offers, with its name in the endpoint mapper.
 struct CRpcInterfaceEntry {
     std::u16string annotation;
-    platform::rpc_interface specification;
+    platform::rpc_interface offered;
 };
 
 /// Sets the RPC runtime up. Lives for the length of a start: what lasts is held by the runtime. All failures are exceptions.

@@ -73,13 +73,11 @@ void report_move(const output& out, const element_reference& from, const element
 
 /// The value of an output element of a procedure without records.
 std::string output_value(const std::string& answer, const char* name) {
-    try {
+    return understand([&] {
         const winxml::document_t document = winxml::parse_xml(text::utf8_to_wide(answer));
         return winxml::get_attribute(
             winxml::get_element(winxml::get_element(winxml::document_node(document), "OutputArguments"), name), "value");
-    } catch (const std::exception& e) {
-        throw failure(exit_code::bad_answer, std::string("The server's answer can't be understood: ") + e.what());
-    }
+    });
 }
 
 }  // namespace

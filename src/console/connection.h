@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -28,6 +29,16 @@ public:
 private:
     exit_code code_;
 };
+
+/// Runs what reads an answer. Whatever it throws means that the answer can't be understood.
+template <typename Read>
+auto understand(const Read& read) {
+    try {
+        return read();
+    } catch (const std::exception& e) {
+        throw failure(exit_code::bad_answer, std::string("The server's answer can't be understood: ") + e.what());
+    }
+}
 
 struct connection_options {
     std::string host;  ///< empty: the local socket

@@ -32,14 +32,12 @@ const kind_row& row_of(element_kind kind) {
 
 /// The record document that is the value of an output element.
 winxml::node_t record_of(const std::string& output, const std::string& name) {
-    try {
+    return understand([&] {
         const winxml::document_t document = winxml::parse_xml(text::utf8_to_wide(output));
         const winxml::node_t root = winxml::get_element(winxml::document_node(document), "OutputArguments");
         const std::string record = winxml::get_attribute(winxml::get_element(root, name), "value");
         return winxml::get_element(winxml::document_node(winxml::parse_xml(text::utf8_to_wide(record))), name);
-    } catch (const std::exception& e) {
-        throw failure(exit_code::bad_answer, std::string("The server's answer can't be understood: ") + e.what());
-    }
+    });
 }
 
 std::uint32_t number_of(const winxml::node_t& node, const char* attribute) {
@@ -151,13 +149,11 @@ std::string library_view::call(const std::string& procedure, const argument_list
 std::vector<changer_view> library_view::changers() {
     const winxml::node_t root = record_of(call(by_scsi_ ? "GetAllChangers" : "GetChangers", {}), "Changers");
     std::vector<changer_view> views;
-    try {
+    understand([&] {
         for (const winxml::node_t& node : winxml::child_elements(root)) {
             views.push_back(read_changer(node));
         }
-    } catch (const std::exception& e) {
-        throw failure(exit_code::bad_answer, std::string("The server's answer can't be understood: ") + e.what());
-    }
+    });
     return views;
 }
 
@@ -198,13 +194,11 @@ std::vector<element_view> library_view::elements(const std::string& link, elemen
                          "ElementsStatuses");
     }
     std::vector<element_view> views;
-    try {
+    understand([&] {
         for (const winxml::node_t& node : winxml::child_elements(root)) {
             views.push_back(read_element(node, kind));
         }
-    } catch (const std::exception& e) {
-        throw failure(exit_code::bad_answer, std::string("The server's answer can't be understood: ") + e.what());
-    }
+    });
     return views;
 }
 

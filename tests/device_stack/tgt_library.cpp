@@ -1,4 +1,5 @@
 #include "device_stack/tgt_library.h"
+#include "support/source_folder.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -12,7 +13,7 @@
 namespace {
 
 std::string script_path() {
-    return (std::filesystem::path(__FILE__).parent_path().parent_path() / "support/tgt_library.sh").string();
+    return (test_support::source_folder() / "tests/support/tgt_library.sh").string();
 }
 
 }  // namespace

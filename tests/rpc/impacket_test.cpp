@@ -11,6 +11,7 @@
 #include "platform/linux/rpc/ntlm_provider.h"
 #include "rpc/ntlm/ntlm_fixture.h"
 #include "rpc/support/test_server.h"
+#include "support/source_folder.h"
 
 namespace {
 
@@ -27,7 +28,7 @@ TEST(ImpacketTest, ForeignClientIsServed) {
     test_server server(loopback_options(), 100,
                        std::make_shared<ntlm_provider>(ntlm_acceptor_settings{ntlm_host_names::of("server.example.com"), accounts,
                                                                               ntlm_environment::of_system(), nullptr}));
-    const auto script = std::filesystem::path(__FILE__).parent_path() / "impacket_smoke.py";
+    const auto script = test_support::source_folder() / "tests/rpc/impacket_smoke.py";
     const std::string command =
         "/usr/bin/python3 '" + script.string() + "' " + std::to_string(server.port()) + " operator s3cret 2>&1";
     FILE* output = popen(command.c_str(), "r");

@@ -2,6 +2,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "support/source_folder.h"
 #include "virtual_library/library_fixture.h"
 
 namespace platform::tape_library {
@@ -197,7 +198,7 @@ TEST_F(personality_test, writes_a_state_that_names_every_cartridge_once) {
 }
 
 TEST_F(personality_test, has_an_example_that_is_the_default_library) {
-    const auto root = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
+    const auto root = test_support::source_folder();
     std::ifstream example(root / "examples" / "library-24" / "library.xml", std::ios::binary);
     const std::string text{std::istreambuf_iterator<char>(example), {}};
     EXPECT_EQ(personality_text(parse_personality(text, "library.xml")), personality_text(make_personality()));

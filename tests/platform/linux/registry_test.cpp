@@ -8,6 +8,7 @@
 #include "platform/errors.h"
 #include "platform/linux/settings_file.h"
 #include "platform/support/temporary_folder.h"
+#include "support/source_folder.h"
 
 namespace {
 
@@ -137,7 +138,7 @@ TEST_F(LinuxRegistry, RefusesKeysInTheDeviceMapsPlace) {
 
 TEST_F(LinuxRegistry, ReadsAnUnchangedFileOnce) {
     // A file that has lain unchanged since the tree was checked out.
-    const std::string file = std::filesystem::path(__FILE__).parent_path() / "../../../examples/virtual-library.reg";
+    const std::string file = test_support::source_folder() / "examples/virtual-library.reg";
     linux_registry registry(linux_registry::options{file, true, ""});
     for (int look = 0; look < 1000; ++look) {
         ASSERT_EQ(text(registry, u"SOFTWARE\\Tarno\\Tarno Backup Tape\\Devices", u"VirtualLibrary"), "library-24");

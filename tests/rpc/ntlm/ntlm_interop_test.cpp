@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "rpc/ntlm/ntlm_fixture.h"
+#include "support/source_folder.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ using accept_state = security_context::state;
 class foreign_client {
 public:
     explicit foreign_client(std::vector<std::string> arguments) {
-        const auto script = std::filesystem::path(__FILE__).parent_path().parent_path() / "ntlm_interop.py";
+        const auto script = test_support::source_folder() / "tests/rpc/ntlm_interop.py";
         arguments.insert(arguments.begin(), {"python3", script.string()});
         std::vector<char*> words;
         for (std::string& argument : arguments) {

@@ -17,6 +17,7 @@
 #include "platform/linux/rpc/rpc_client.h"
 #include "platform/linux/rpc/rpc_server.h"
 #include "rpc/ntlm/ntlm_fixture.h"
+#include "support/source_folder.h"
 
 namespace {
 
@@ -71,7 +72,7 @@ protected:
 
     /// What the foreign client prints about its call.
     std::string foreign_call(int level, const std::string& user, const std::string& password, std::size_t size = 100) {
-        const auto script = std::filesystem::path(__FILE__).parent_path().parent_path() / "ntlm_caller.py";
+        const auto script = test_support::source_folder() / "tests/rpc/ntlm_caller.py";
         const std::string command = "/usr/bin/python3 '" + script.string() + "' " + std::to_string(server_.tcp_port()) + " " +
                                     std::to_string(level) + " CORP '" + user + "' '" + password + "' " + std::to_string(size);
         std::FILE* const output = ::popen(command.c_str(), "r");

@@ -12,6 +12,7 @@ class plug_and_play;
 class process;
 class registry;
 class rpc_runtime;
+class tape_functions;
 class text_encoding;
 
 /// The set of implementations that the process runs on. Not owned: whoever installs a set keeps its parts alive for as
@@ -27,6 +28,7 @@ struct system_set {
     platform::process* process = nullptr;
     platform::registry* registry = nullptr;
     platform::rpc_runtime* rpc_runtime = nullptr;
+    platform::tape_functions* tape_functions = nullptr;
     platform::text_encoding* text_encoding = nullptr;
 };
 

@@ -12,5 +12,6 @@
 #include "platform/testing/memory_files.h"
 #include "platform/testing/memory_registry.h"
 #include "platform/testing/scripted_devices.h"
+#include "platform/testing/scripted_tape.h"
 #include "platform/testing/test_system.h"
 #include "platform/testing/virtual_clock.h"

@@ -12,6 +12,7 @@
 #include "platform/testing/memory_files.h"
 #include "platform/testing/memory_registry.h"
 #include "platform/testing/scripted_devices.h"
+#include "platform/testing/scripted_tape.h"
 #include "platform/testing/virtual_clock.h"
 
 namespace platform::testing {
@@ -26,6 +27,7 @@ public:
     memory_registry registry;
     memory_files files;
     scripted_devices devices;
+    scripted_tape tape;
     fake_process process;
     fake_text_encoding text_encoding;
     fake_com_runtime com_runtime;
@@ -46,6 +48,7 @@ public:
         set.process = &process;
         set.registry = &registry;
         set.rpc_runtime = &rpc_runtime;
+        set.tape_functions = &tape;
         set.text_encoding = &text_encoding;
         return set;
     }

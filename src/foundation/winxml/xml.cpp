@@ -234,6 +234,15 @@ void set_text(const node_t& node, std::string_view value) {
     element->LinkEndChild(new TiXmlText(terminated(value)));
 }
 
+std::string get_text(const node_t& node) {
+    const TiXmlElement* element = node_access::element_of(node);
+    if (element == nullptr) {
+        throw exc::runtime_exc_t("XML node is not specified.");
+    }
+    const char* text = element->GetText();
+    return text == nullptr ? std::string() : text;
+}
+
 void set_attribute(const node_t& node, std::string_view name, std::string_view value) {
     try {
         TiXmlElement* element = node_access::element_of(node);

@@ -59,6 +59,8 @@ node_t add_element(const node_t& parent, std::string_view name);
 [[nodiscard]] std::string element_name(const node_t& node);
 /// The element's text content, for records whose values are child text.
 void set_text(const node_t& node, std::string_view value);
+/// That text; empty when there is none.
+[[nodiscard]] std::string get_text(const node_t& node);
 
 void set_attribute(const node_t& node, std::string_view name, std::string_view value);
 void set_attribute(const node_t& node, std::string_view name, const char* value);

@@ -46,6 +46,8 @@ TEST_F(Xml, BuildsAndPrintsWithoutWhiteSpace) {
               "<Name>a &amp; b</Name></OutputArguments>");
     EXPECT_EQ(winxml::serialize_xml(child), "<OwnerName value=\"HOST1\" number=\"-5\" yes=\"true\" no=\"false\" />");
     EXPECT_EQ(winxml::element_name(child), "OwnerName");
+    EXPECT_EQ(winxml::get_text(winxml::get_element(root, "Name")), "a & b");
+    EXPECT_EQ(winxml::get_text(child), "");
 }
 
 TEST_F(Xml, SettingAnAttributeAgainReplacesIt) {
@@ -122,6 +124,7 @@ TEST_F(Xml, OperationsOnAbsentNodesFail) {
               "XML node is not specified.\nFailed to set attribute value. Attribute: [n]. Value: [-7].");
     EXPECT_EQ(failure_of([&] { (void)winxml::get_attribute(absent, "n"); }), "Attribute value is not specified. Attribute: [n].");
     EXPECT_EQ(failure_of([&] { winxml::set_text(absent, "n"); }), "XML node is not specified.");
+    EXPECT_EQ(failure_of([&] { (void)winxml::get_text(absent); }), "XML node is not specified.");
     EXPECT_EQ(failure_of([&] { (void)winxml::serialize_xml(absent); }),
               "XML node is not specified.\n--tr:Failed to serialize XML document.");
     EXPECT_EQ(failure_of([&] { (void)winxml::document_node({}); }), "Failed to convert document to node");

@@ -3,7 +3,9 @@
 #include <boost/shared_ptr.hpp>
 
 #include <cstdint>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "platform/devices.h"
 #include "platform/scsi_records.h"
@@ -63,6 +65,15 @@ public:
     [[nodiscard]] platform::device_handle device() const { return device_; }
 
 private:
+    CDriveHandle(const std::string& link_name, std::int64_t not_ready_timeout);
+
+    bool Control(std::uint32_t code, std::span<const std::uint8_t> input, std::span<std::uint8_t> output) const;
+    void EnsureDevice() const;
+    void SetMediaRemoval(bool prevent);
+    [[nodiscard]] std::vector<std::uint8_t> ReadAttributes() const;
+    void EraseFromHere(std::uint32_t type);
+    bool MoveToBeginning();
+
     std::string link_name_;
     platform::device_handle device_ = platform::invalid_device;
     std::uint32_t last_tape_status_ = 0;

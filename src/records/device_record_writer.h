@@ -1,16 +1,18 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "changer/changer_interface.h"
+#include "drive/drive_handle.h"
 #include "drive/serial_numbers.h"
 #include "foundation/winxml/record_stream.h"
 #include "foundation/winxml/xml.h"
 
 /// Writes the XML records of devices. A simple value is an attribute; attributes and children stand in the order of writing,
 /// which readers rely on. Text fields of devices go into the record with their bytes as they are. All failures are
-/// exceptions; a record that was begun is then of no use.
+/// exceptions; a record that was begun then holds what was read before.
 namespace CDeviceRecordWriter {
 
 /// Name, link and kind of a changer, as attributes of the node.
@@ -41,5 +43,18 @@ void WriteElementStatusList(winxml::record_stream_t& list, const element_range& 
 /// the elements can take the custom postfix.
 void WriteElementList(winxml::record_stream_t& list, std::string_view element_name, ELEMENT_TYPE type,
                       SerialNumberRules::custom_postfix custom, std::uint16_t count, std::uint16_t first, IChangerHandle& changer);
+
+/// A drive by itself, on its element: names and serial number as attributes.
+void WriteDrive(const winxml::node_t& node, const CDriveHandle& drive, const std::u16string& product_name);
+/// Child `Address`.
+void WriteAddress(const winxml::node_t& node, const CDriveHandle& drive);
+/// Child `BlockSizes`. Zeros where the drive keeps being reset.
+void WriteBlockSizes(const winxml::node_t& node, CDriveHandle& drive);
+/// The same three sizes, in bytes, as attributes of the node.
+void WriteDriveInfo(const winxml::node_t& node, const TapeDriveParameters& parameters);
+/// A medium, as attributes of the node.
+void WriteMediaInfo(const winxml::node_t& node, bool worm, const TapeMediaInfo& media);
+/// What a cartridge was used for, as children of the node with text; only the first of them unless it is known.
+void WriteUsageStatistic(const winxml::node_t& node, const TapeUsageStatistic& usage);
 
 }  // namespace CDeviceRecordWriter

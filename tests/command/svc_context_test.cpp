@@ -16,7 +16,7 @@ class idle_task : public ITapeWorker {
 public:
     explicit idle_task(std::uint32_t id) { task_id_ = id; }
     void Join() override {}
-    void finish(std::uint32_t status) { status_ = status; }
+    void finish(std::uint32_t status) { *status_ = status; }
 };
 
 class SvcContext : public testing::Test {

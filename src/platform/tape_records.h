@@ -40,6 +40,10 @@ static_assert(sizeof(TAPE_GET_MEDIA_PARAMETERS) == 32);
 static_assert(offsetof(TAPE_GET_MEDIA_PARAMETERS, BlockSize) == 16);
 static_assert(offsetof(TAPE_GET_MEDIA_PARAMETERS, WriteProtected) == 24);
 
+/// Bits of `FeaturesLow`.
+inline constexpr std::uint32_t TAPE_DRIVE_COMPRESSION = 0x00020000;
+inline constexpr std::uint32_t TAPE_DRIVE_REPORT_SMKS = 0x00080000;
+
 /// What a drive can do, medium or none. Sizes are in bytes.
 struct TAPE_GET_DRIVE_PARAMETERS {
     std::uint8_t ECC = 0;

@@ -4,10 +4,9 @@
 
 #include "platform/device_stack/changer_class.h"
 #include "platform/device_stack/scsi_commands.h"
-#include "platform/device_stack/storage_class.h"
 #include "platform/device_stack/storage_port.h"
+#include "platform/device_stack/tape_class.h"
 #include "platform/errors.h"
-#include "platform/scsi_records.h"
 #include "platform/system.h"
 
 namespace platform::device_stack {
@@ -151,7 +150,7 @@ std::shared_ptr<device_file> io_manager::open_object(const unit_list& units, con
         if (known.info.peripheral_type == peripheral_type::medium_changer) {
             return std::make_shared<changer_class>(std::move(transport), known.location, known.number);
         }
-        return std::make_shared<storage_class>(std::move(transport), known.location, FILE_DEVICE_TAPE, known.number);
+        return std::make_shared<tape_class>(std::move(transport), known.location, known.number);
     }
     failure = error::file_not_found;
     return nullptr;

@@ -38,6 +38,9 @@ public:
     bool query_dos_device(const std::string& name, std::string& target) override;
     bool define_dos_device(std::uint32_t flags, const std::string& name, const std::string& target) override;
 
+    /// What an open handle leads to; null when it isn't open.
+    [[nodiscard]] std::shared_ptr<device_file> file_of(device_handle device) const;
+
     /// Asks all sources anew and names what they found: everything that was plugged in before the call. Calls that come while
     /// a look is under way share the next one. Blocks for as long as the sources do.
     [[nodiscard]] std::shared_ptr<const unit_list> look();
@@ -52,7 +55,6 @@ private:
     [[nodiscard]] std::optional<std::string> object_of(const unit_list& units, std::string name) const;
     [[nodiscard]] std::shared_ptr<device_file> open_object(const unit_list& units, const std::string& object,
                                                            std::uint32_t& failure) const;
-    [[nodiscard]] std::shared_ptr<device_file> file_of(device_handle device) const;
 
     const std::vector<std::shared_ptr<scsi_source>> sources_;
     dos_names names_;

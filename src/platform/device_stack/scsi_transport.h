@@ -31,6 +31,9 @@ struct scsi_outcome {
     std::uint8_t scsi_status = 0;
     std::uint32_t transferred = 0;
     std::vector<std::uint8_t> sense;
+    /// Which connection to the unit carried the command. It differs from that of an earlier command when the connection was lost in
+    /// between, and with it perhaps the unit's word that it was reset.
+    std::uint32_t connection = 0;
 };
 
 /// Where a logical unit sits, as the port numbers it.

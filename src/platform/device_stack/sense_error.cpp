@@ -1,5 +1,7 @@
 #include "platform/device_stack/sense_error.h"
 
+#include <algorithm>
+
 #include "foundation/util/bytes.h"
 #include "platform/errors.h"
 
@@ -7,17 +9,10 @@ namespace platform::device_stack {
 
 namespace {
 
-constexpr int any = -1;
+constexpr int any = any_sense;
 
-struct sense_rule {
-    int key;
-    int asc;
-    int ascq;
-    std::uint32_t system_error;
-};
-
-// The first rule that fits decides. The causes of "not ready" that have a number of their own stand before the key's rule.
-constexpr sense_rule sense_rules[] = {
+// The causes of "not ready" that have a number of their own stand before the key's rule.
+constexpr sense_rule changer_rules[] = {
     {sense_key::no_sense, any, any, error::success},
     {sense_key::recovered_error, any, any, error::success},
     {any, 0x3B, 0x0E, error::source_element_empty},
@@ -35,31 +30,26 @@ bool fits(int wanted, std::uint8_t value) {
     return wanted == any || wanted == value;
 }
 
-std::uint32_t error_of_sense(std::span<const std::uint8_t> sense) {
-    const std::optional<sense_code> code = decode_sense(sense);
-    if (!code) {
-        return error::io_device;
-    }
-    for (const sense_rule& rule : sense_rules) {
-        if (fits(rule.key, code->key) && fits(rule.asc, code->asc) && fits(rule.ascq, code->ascq)) {
-            return rule.system_error;
-        }
-    }
-    return error::io_device;
-}
-
 }  // namespace
 
+std::uint32_t system_error_of(const sense_code& code, std::span<const sense_rule> rules) {
+    const auto rule = std::find_if(rules.begin(), rules.end(), [&code](const sense_rule& one) {
+        return fits(one.key, code.key) && fits(one.asc, code.asc) && fits(one.ascq, code.ascq);
+    });
+    return rule != rules.end() ? rule->system_error : error::io_device;
+}
+
 std::optional<sense_code> decode_sense(std::span<const std::uint8_t> sense) {
-    switch (util::load_u8(sense, 0) & 0x7F) {
+    const std::uint8_t response = util::load_u8(sense, 0) & 0x7F;
+    switch (response) {
         case 0x70:
         case 0x71:
             return sense_code{static_cast<std::uint8_t>(util::load_u8(sense, 2) & 0x0F), util::load_u8(sense, 12),
-                              util::load_u8(sense, 13)};
+                              util::load_u8(sense, 13), response == 0x71};
         case 0x72:
         case 0x73:
             return sense_code{static_cast<std::uint8_t>(util::load_u8(sense, 1) & 0x0F), util::load_u8(sense, 2),
-                              util::load_u8(sense, 3)};
+                              util::load_u8(sense, 3), response == 0x73};
         default:
             return std::nullopt;
     }
@@ -73,7 +63,7 @@ bool is_check_condition(const scsi_outcome& outcome, std::uint8_t key) {
     return code && code->key == key;
 }
 
-std::uint32_t system_error_of(const scsi_outcome& outcome) {
+std::uint32_t system_error_without_sense(const scsi_outcome& outcome) {
     if (outcome.transport_error != 0) {
         return outcome.transport_error;
     }
@@ -81,8 +71,6 @@ std::uint32_t system_error_of(const scsi_outcome& outcome) {
         case scsi_status::good:
         case scsi_status::condition_met:
             return error::success;
-        case scsi_status::check_condition:
-            return error_of_sense(outcome.sense);
         case scsi_status::busy:
         case scsi_status::reservation_conflict:
         case scsi_status::task_set_full:
@@ -90,6 +78,14 @@ std::uint32_t system_error_of(const scsi_outcome& outcome) {
         default:
             return error::io_device;
     }
+}
+
+std::uint32_t system_error_of(const scsi_outcome& outcome) {
+    if (outcome.transport_error != 0 || outcome.scsi_status != scsi_status::check_condition) {
+        return system_error_without_sense(outcome);
+    }
+    const std::optional<sense_code> code = decode_sense(outcome.sense);
+    return code ? system_error_of(*code, changer_rules) : error::io_device;
 }
 
 }  // namespace platform::device_stack

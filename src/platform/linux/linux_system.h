@@ -35,8 +35,8 @@ struct system_paths {
 /// with the reason.
 void prepare_state_folder(const std::string& folder);
 
-/// The platform on Linux: owns the parts that need nothing but the system itself. The others, `devices`, `plug_and_play`,
-/// `accounts` and `rpc_runtime`, are put into `set()` by whoever makes them, before the set is installed.
+/// The platform on Linux: owns the parts that need nothing but the system itself. The others, `devices`,
+/// `tape_functions`, `plug_and_play`, `accounts` and `rpc_runtime`, are put into `set()` by whoever makes them, before the set is installed.
 class linux_system {
 public:
     /// Prepares the state folder and reads the settings. Throws `settings_error` and `std::runtime_error`, both with a text for

@@ -84,9 +84,11 @@ void assembled_system::add_devices() {
         sources.push_back(libraries);
     }
     devices_ = std::make_unique<platform::device_stack::io_manager>(std::move(sources), settings.without_driver);
+    tapes_ = std::make_unique<platform::device_stack::tape_drives>(*devices_);
     changers_ = std::make_unique<platform::device_stack::changer_database>(*devices_);
     base_.registry().set_device_map([this] { return devices_->device_map(); });
     base_.set().devices = devices_.get();
+    base_.set().tape_functions = tapes_.get();
     base_.set().plug_and_play = changers_.get();
 }
 

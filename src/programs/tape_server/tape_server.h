@@ -6,6 +6,7 @@
 
 #include "platform/device_stack/changer_database.h"
 #include "platform/device_stack/io_manager.h"
+#include "platform/device_stack/tape_drives.h"
 #include "platform/linux/linux_system.h"
 #include "platform/linux/rpc/linux_accounts.h"
 #include "platform/linux/rpc/rpc_server.h"
@@ -38,6 +39,7 @@ private:
     std::vector<std::string> warnings_;
     bool starting_ = true;
     std::unique_ptr<platform::device_stack::io_manager> devices_;
+    std::unique_ptr<platform::device_stack::tape_drives> tapes_;
     std::unique_ptr<platform::device_stack::changer_database> changers_;
     std::unique_ptr<platform::linux_rpc::linux_accounts> accounts_;
     std::unique_ptr<platform::linux_rpc::rpc_server> rpc_;

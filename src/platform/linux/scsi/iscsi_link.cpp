@@ -60,6 +60,7 @@ scsi_outcome iscsi_link::execute(std::uint8_t lun, const scsi_command& command) 
     for (int seen = 0; is_new_ && seen < most_attentions && is_power_on_attention(outcome); ++seen) {
         outcome = session_->execute(lun, command, deadline);
     }
+    outcome.connection = connections_;
     if (outcome.transport_error != 0) {
         session_.reset();
     } else if (!passes_attentions(command)) {
@@ -86,6 +87,7 @@ std::uint32_t iscsi_link::need_session(io_deadline deadline) {
     session_ = iscsi_session::connect(endpoint_, std::min(deadline, io_clock::now() + connect_time), failure, reason);
     last_attempt_ = io_clock::now();
     failures_ = session_ ? 0 : failures_ + 1;
+    connections_ += session_ ? 1 : 0;
     is_new_ = true;
     {
         const std::lock_guard lock(failure_mutex_);

@@ -32,8 +32,9 @@ private:
     const iscsi_endpoint endpoint_;
     mutable std::timed_mutex mutex_;
     std::unique_ptr<iscsi_session> session_;
-    bool is_new_ = false;  ///< the session has not yet shown its power-on unit attention
-    int failures_ = 0;     ///< attempts to connect that failed in a row
+    std::uint32_t connections_ = 0;  ///< made so far
+    bool is_new_ = false;            ///< the session has not yet shown its power-on unit attention
+    int failures_ = 0;               ///< attempts to connect that failed in a row
     io_clock::time_point last_attempt_;
     mutable std::mutex failure_mutex_;
     std::string failure_text_;

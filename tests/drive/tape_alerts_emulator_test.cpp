@@ -41,8 +41,7 @@ protected:
     /// The one line of a failed reading, and that there is no alert.
     void expect_failure(const std::string& error) {
         EXPECT_THAT(read(), IsEmpty());
-        EXPECT_THAT(system.log.lines(),
-                    ElementsAre("     ERR |Tape alert problem. Symlink: '\\\\.\\Tape0', error: '" + error + "'"));
+        EXPECT_THAT(system.log.lines(), ElementsAre("ERR |Tape alert problem. Symlink: '\\\\.\\Tape0', error: '" + error + "'"));
     }
 
     platform::testing::test_system system;
@@ -151,7 +150,7 @@ TEST_F(TapeAlertsEmulator, AFileThatIsNoXmlIsAFailure) {
         system.log.clear();
         EXPECT_THAT(read(), IsEmpty());
         EXPECT_TRUE(system.log.has_line(
-            std::string("     ERR |Tape alert problem. Symlink: '\\\\.\\Tape0', error: 'Cannot load file '") + file_path + "''"));
+            std::string("ERR |Tape alert problem. Symlink: '\\\\.\\Tape0', error: 'Cannot load file '") + file_path + "''"));
     }
 }
 

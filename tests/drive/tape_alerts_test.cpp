@@ -157,9 +157,9 @@ TEST_F(TapeAlerts, TheRequestIsExact) {
 TEST_F(TapeAlerts, ADeviceThatCannotBeOpenedHasNoneAndTheLogSaysWhy) {
     const std::string link = "\\\\.\\Tape7";
     EXPECT_THAT(ReadTapeAlerts(link, false), IsEmpty());
-    EXPECT_EQ(system.log.lines()[0], "     ERR |Can not open '\\\\.\\Tape7' device for 0 seconds");
-    EXPECT_EQ(system.log.lines()[1], "     ERR |Tape alert problem. Symlink: '\\\\.\\Tape7', error: '" +
-                                         exc::win_error_text(platform::error::file_not_found));
+    EXPECT_EQ(system.log.lines()[0], "ERR |Can not open '\\\\.\\Tape7' device for 0 seconds");
+    EXPECT_EQ(system.log.lines()[1],
+              "ERR |Tape alert problem. Symlink: '\\\\.\\Tape7', error: '" + exc::win_error_text(platform::error::file_not_found));
     EXPECT_TRUE(system.log.has_line("Cannot open '\\\\.\\Tape7' device"));
     EXPECT_EQ(system.devices.requests().size(), 1u);
     EXPECT_TRUE(system.clock.sleeps().empty());
@@ -215,7 +215,7 @@ TEST_F(TapeAlerts, APageLongerThanTheAnswerIsReadAsFarAsItCame) {
 TEST_F(TapeAlerts, WhateverIsThrownMeanwhileIsNoAlertAndClosesTheDevice) {
     system.devices.on_control([](const device_request&) -> device_answer { throw std::runtime_error("torn cable"); });
     EXPECT_THAT(ReadTapeAlerts(drive_link, false), IsEmpty());
-    EXPECT_THAT(system.log.lines(), ElementsAre("     ERR |Tape alert problem. Symlink: '\\\\.\\Tape0', error: 'torn cable'"));
+    EXPECT_THAT(system.log.lines(), ElementsAre("ERR |Tape alert problem. Symlink: '\\\\.\\Tape0', error: 'torn cable'"));
     EXPECT_EQ(system.devices.open_handles(), 0u);
 }
 

@@ -10,6 +10,7 @@
 #include "foundation/logging/log_setup.h"
 #include "foundation/text/conversion.h"
 #include "foundation/util/command_line.h"
+#include "foundation/util/product_options.h"
 #include "host/rpc_server.h"
 #include "host/server_lifetime.h"
 #include "host/tape_settings.h"
@@ -94,6 +95,7 @@ void RunLogTest() {
 }
 
 int RunTapeServer(const entry_environment& environment) {
+    product_options().load();  // in front of the log: what it would say goes nowhere
     const util::command_line_t command_line = build_command_line();
     logging::initialize_log(default_log_name, command_line);
     WriteStartBanner();

@@ -3,19 +3,16 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <exception>
-#include <nlohmann/json.hpp>
 #include <ostream>
 
+#include "console/answer.h"
+#include "console/json_output.h"
 #include "console/table.h"
 #include "foundation/text/conversion.h"
-#include "foundation/winxml/xml.h"
 
 namespace console {
 
 namespace {
-
-using json = nlohmann::ordered_json;
 
 json to_json(const changer_view& view) {
     json object = {{"link", view.link}};
@@ -48,10 +45,6 @@ json to_json(const element_view& view) {
     return object;
 }
 
-void print_json(const output& out, const json& value) {
-    out.stream << value.dump(2, ' ', false, json::error_handler_t::replace) << '\n';
-}
-
 std::string state_of(const element_view& view) {
     std::string state = view.full ? "full" : "empty";
     if (view.abnormal) {
@@ -69,15 +62,6 @@ void report_move(const output& out, const element_reference& from, const element
     } else {
         out.stream << "Moved " << to_text(from) << " to " << to_text(to) << ".\n";
     }
-}
-
-/// The value of an output element of a procedure without records.
-std::string output_value(const std::string& answer, const char* name) {
-    return understand([&] {
-        const winxml::document_t document = winxml::parse_xml(text::utf8_to_wide(answer));
-        return winxml::get_attribute(
-            winxml::get_element(winxml::get_element(winxml::document_node(document), "OutputArguments"), name), "value");
-    });
 }
 
 }  // namespace
@@ -167,7 +151,7 @@ void unload(library_view& library, const std::string& link, std::uint32_t drive,
 }
 
 void show_owner(connection& server, const output& out) {
-    const std::string owner = output_value(server.call("GetOwnerName", {}), "OwnerName");
+    const std::string owner = value_of(server.call("GetOwnerName", {}), "OwnerName");
     if (out.json) {
         print_json(out, {{"owner", owner}});
     } else {
@@ -176,7 +160,7 @@ void show_owner(connection& server, const output& out) {
 }
 
 void set_owner(connection& server, const std::string& name, const output& out) {
-    const std::string owner = output_value(server.call("SetOwnerName", {{"NewOwnerName", name}}), "NewOwnerName");
+    const std::string owner = value_of(server.call("SetOwnerName", {{"NewOwnerName", name}}), "NewOwnerName");
     if (out.json) {
         print_json(out, {{"owner", owner}});
     } else {

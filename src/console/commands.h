@@ -1,21 +1,15 @@
 #pragma once
 
-#include <iosfwd>
 #include <string>
 #include <vector>
 
 #include "console/connection.h"
 #include "console/library_view.h"
+#include "console/output.h"
 
 namespace console {
 
-/// Where a command's answer goes and in which form.
-struct output {
-    std::ostream& stream;
-    bool json = false;
-};
-
-/// The commands. Each prints its answer and throws `failure` when it has none.
+/// The commands that work on libraries, and the general ones. Each prints its answer and throws `failure` when it has none.
 void list_changers(library_view& library, const output& out);
 void show_inventory(library_view& library, const std::string& link, bool with_empty_slots, const output& out);
 void load(library_view& library, const std::string& link, std::uint32_t slot, std::uint32_t drive, const output& out);

@@ -17,7 +17,8 @@ enum class exit_code : int {
     usage = 2,          ///< the command line makes no sense
     not_connected = 3,  ///< nobody answers, or the connection was lost
     not_let_in = 4,     ///< the server refuses this user
-    bad_answer = 5      ///< the answer can't be understood
+    bad_answer = 5,     ///< the answer can't be understood
+    still_running = 6   ///< nothing failed: the task that was asked after has not ended
 };
 
 /// A failure that ends the command with its own exit code; `what()` is what the person reads.

@@ -5,6 +5,7 @@
 #include <exception>
 #include <optional>
 
+#include "console/answer.h"
 #include "foundation/text/conversion.h"
 #include "foundation/winxml/xml.h"
 #include "platform/changer_records.h"
@@ -28,28 +29,6 @@ constexpr std::array<kind_row, 3> kinds = {{
 
 const kind_row& row_of(element_kind kind) {
     return *std::find_if(kinds.begin(), kinds.end(), [kind](const kind_row& row) { return row.kind == kind; });
-}
-
-/// The record document that is the value of an output element.
-winxml::node_t record_of(const std::string& output, const std::string& name) {
-    return understand([&] {
-        const winxml::document_t document = winxml::parse_xml(text::utf8_to_wide(output));
-        const winxml::node_t root = winxml::get_element(winxml::document_node(document), "OutputArguments");
-        const std::string record = winxml::get_attribute(winxml::get_element(root, name), "value");
-        return winxml::get_element(winxml::document_node(winxml::parse_xml(text::utf8_to_wide(record))), name);
-    });
-}
-
-std::uint32_t number_of(const winxml::node_t& node, const char* attribute) {
-    return text::to_uint(winxml::get_attribute(node, attribute));
-}
-
-std::string attribute_or_empty(const winxml::node_t& node, const char* attribute) {
-    try {
-        return winxml::get_attribute(node, attribute);
-    } catch (const std::exception&) {
-        return {};
-    }
 }
 
 changer_view read_changer(const winxml::node_t& node) {
@@ -147,7 +126,7 @@ std::string library_view::call(const std::string& procedure, const argument_list
 }
 
 std::vector<changer_view> library_view::changers() {
-    const winxml::node_t root = record_of(call(by_scsi_ ? "GetAllChangers" : "GetChangers", {}), "Changers");
+    const winxml::node_t root = record_of(call(by_scsi_ ? "GetAllChangers" : "GetChangers", {}), "Changers", "Changers");
     std::vector<changer_view> views;
     understand([&] {
         for (const winxml::node_t& node : winxml::child_elements(root)) {
@@ -182,16 +161,16 @@ std::vector<element_view> library_view::elements(const std::string& link, elemen
     const std::string suffix = by_scsi_ ? "ByScsi" : "";
     winxml::node_t root;
     if (kind == element_kind::slot) {
-        root = record_of(call("GetSlotsStatuses" + suffix, {{"SymLinkName", link}}), "SlotsStatuses");
+        root = record_of(call("GetSlotsStatuses" + suffix, {{"SymLinkName", link}}), "SlotsStatuses", "SlotsStatuses");
     } else if (kind == element_kind::port) {
-        root = record_of(call("GetIEPortsStatuses" + suffix, {{"SymLinkName", link}}), "IEPortsStatuses");
+        root = record_of(call("GetIEPortsStatuses" + suffix, {{"SymLinkName", link}}), "IEPortsStatuses", "IEPortsStatuses");
     } else {
         // The server cuts the count to what the changer has.
         root = record_of(call("GetElementsStatuses" + suffix, {{"SymLinkName", link},
                                                                {"ElementAddress", "0"},
                                                                {"ElementsCount", "65535"},
                                                                {"ElementType", text::to_string(row_of(kind).type)}}),
-                         "ElementsStatuses");
+                         "ElementsStatuses", "ElementsStatuses");
     }
     std::vector<element_view> views;
     understand([&] {

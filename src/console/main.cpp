@@ -11,6 +11,8 @@
 
 #include "console/commands.h"
 #include "console/console_system.h"
+#include "console/drive_commands.h"
+#include "console/terminal.h"
 #include "platform/linux/password_prompt.h"
 
 namespace {
@@ -93,8 +95,9 @@ public:
         app_.fallthrough();
         add_commands();
         app_.footer(
-            "Elements are slot:N, port:N and drive:N, counted from 0.\n"
-            "Exit codes: 0 done, 1 the server says that the call failed, 2 usage, 3 no connection, 4 not let in, 5 bad answer.");
+            "Elements are slot:N, port:N and drive:N, counted from 0. DRIVE is Tape0 and so on, a link or a serial number.\n"
+            "Exit codes: 0 done, 1 the server says that the call failed, 2 usage, 3 no connection, 4 not let in, 5 bad answer, "
+            "6 the task still runs.");
     }
 
     int run(int argc, char** argv) {
@@ -110,7 +113,7 @@ public:
             if (!std::cout) {
                 throw failure(exit_code::usage, "The answer can't be written.");
             }
-            return static_cast<int>(exit_code::done);
+            return static_cast<int>(outcome_);
         } catch (const failure& e) {
             std::cerr << "tarnoctl: " << e.what() << '\n';
             return static_cast<int>(e.code());
@@ -121,7 +124,15 @@ public:
     }
 
 private:
-    using action = std::function<void(console::connection&, console::library_view&, const console::output&)>;
+    /// What a command works with.
+    struct session {
+        console::connection& server;
+        console::library_view library;
+        console::tape_drives drives;
+        console::terminal who;
+        console::output out;
+    };
+    using action = std::function<void(session&)>;
 
     CLI::App* add(const std::string& name, const std::string& description, action what) {
         CLI::App* command = app_.add_subcommand(name, description);
@@ -130,52 +141,116 @@ private:
     }
 
     void add_commands() {
-        CLI::App* call =
-            add("call", "Call a procedure and print the XML that it answers with", [this](auto& server, auto&, const auto& out) {
-                console::call_procedure(server, procedure_, words_, options_.owner, out);
-            });
+        add_general_commands();
+        add_library_commands();
+        add_drive_commands();
+        add_task_commands();
+    }
+
+    void add_general_commands() {
+        CLI::App* call = add("call", "Call a procedure and print the XML that it answers with", [this](session& on) {
+            console::call_procedure(on.server, procedure_, words_, options_.owner, on.out);
+        });
         call->add_option("procedure", procedure_, "name of the procedure")->required();
         call->add_option("arguments", words_, "arguments, each Name=value");
 
-        add("changers", "List the changers", [](auto&, auto& library, const auto& out) { console::list_changers(library, out); });
+        CLI::App* owner = add("owner", "Show the owner of the tape devices, or change it", [this](session& on) {
+            if (new_owner_.empty()) {
+                console::show_owner(on.server, on.out);
+            } else {
+                console::set_owner(on.server, new_owner_, on.out);
+            }
+        });
+        owner->add_option("name", new_owner_, "new owner");
+    }
 
-        CLI::App* inventory =
-            add("inventory", "Show what is in a changer's drives, ports and slots", [this](auto&, auto& library, const auto& out) {
-                console::show_inventory(library, library.choose_changer(options_.changer), all_, out);
-            });
+    void add_library_commands() {
+        add("changers", "List the changers", [](session& on) { console::list_changers(on.library, on.out); });
+
+        CLI::App* inventory = add("inventory", "Show what is in a changer's drives, ports and slots", [this](session& on) {
+            console::show_inventory(on.library, on.library.choose_changer(options_.changer), all_, on.out);
+        });
         inventory->add_option("changer", options_.changer, "changer, as with --changer");
         inventory->add_flag("--all", all_, "empty slots too");
 
-        CLI::App* load = add("load", "Load a cartridge from a slot into a drive", [this](auto&, auto& library, const auto& out) {
-            console::load(library, library.choose_changer(options_.changer), slot_, drive_, out);
+        CLI::App* load = add("load", "Load a cartridge from a slot into a drive", [this](session& on) {
+            console::load(on.library, on.library.choose_changer(options_.changer), slot_, drive_, on.out);
         });
         load->add_option("slot", slot_, "number of the slot")->required();
         load->add_option("drive", drive_, "number of the drive")->required();
 
-        CLI::App* unload = add("unload", "Put a drive's cartridge into a slot", [this](auto&, auto& library, const auto& out) {
-            console::unload(library, library.choose_changer(options_.changer), drive_, home_slot_, out);
+        CLI::App* unload = add("unload", "Put a drive's cartridge into a slot", [this](session& on) {
+            console::unload(on.library, on.library.choose_changer(options_.changer), drive_, home_slot_, on.out);
         });
         unload->add_option("drive", drive_, "number of the drive")->required();
         unload->add_option("slot", home_slot_, "number of the slot; without it, where the cartridge came from")
             ->check(CLI::NonNegativeNumber);
 
-        CLI::App* move = add("move", "Move a cartridge between two elements", [this](auto&, auto& library, const auto& out) {
+        CLI::App* move = add("move", "Move a cartridge between two elements", [this](session& on) {
             const console::element_reference from = console::parse_element(from_);
             const console::element_reference to = console::parse_element(to_);
-            console::move(library, library.choose_changer(options_.changer), from, to, out);
+            console::move(on.library, on.library.choose_changer(options_.changer), from, to, on.out);
         });
         move->add_option("from", from_, "element that holds the cartridge, for instance slot:3")->required();
         move->add_option("to", to_, "element that it goes to, for instance port:0")->required();
+    }
 
-        CLI::App* owner =
-            add("owner", "Show the owner of the tape devices, or change it", [this](auto& server, auto&, const auto& out) {
-                if (new_owner_.empty()) {
-                    console::show_owner(server, out);
-                } else {
-                    console::set_owner(server, new_owner_, out);
-                }
+    /// A command on the drive that it is told.
+    CLI::App* add_for_drive(const std::string& name, const std::string& description,
+                            std::function<void(session&, const std::string&)> what) {
+        CLI::App* command =
+            add(name, description, [this, what = std::move(what)](session& on) { what(on, on.drives.choose(device_)); });
+        command->add_option("drive", device_, "drive: Tape0, a link or a serial number")->required();
+        return command;
+    }
+
+    void add_drive_commands() {
+        CLI::App* drives =
+            add("drives", "List the tape drives", [this](session& on) { console::list_drives(on.drives, left_alone_, on.out); });
+        drives->add_option("--leave", left_alone_, "drive that the server isn't to touch, for instance Tape1; may be repeated")
+            ->allow_extra_args(false);
+
+        add_for_drive("media", "Show what a drive's cartridge holds and is", [this](session& on, const std::string& link) {
+            const std::string changer = options_.changer.empty() ? "" : on.library.choose_changer(options_.changer);
+            console::show_media(on.drives, link, changer, on.out);
+        });
+        add_for_drive("drive-info", "Show a drive's status and block sizes",
+                      [](session& on, const std::string& link) { console::show_drive(on.drives, link, on.out); });
+        CLI::App* alerts = add("alerts", "Show what a drive or a changer warns of", [this](session& on) {
+            if (device_.empty() == options_.changer.empty()) {
+                throw failure(exit_code::usage, "Name either a drive or a changer.");
+            }
+            console::show_alerts(on.drives,
+                                 device_.empty() ? console::alert_source{on.library.choose_changer(options_.changer), true}
+                                                 : console::choose_alert_source(on.drives, on.library, device_),
+                                 on.out);
+        });
+        alerts->add_option("device", device_, "drive or changer: Tape0, Changer0, a link or a serial number");
+
+        CLI::App* prepare =
+            add_for_drive("prepare", "Load, unload, tension, lock, unlock or format", [this](session& on, const std::string& link) {
+                console::prepare(on.drives, link, console::operation_of(operation_), immediate_, confirmed_, on.who, on.out);
             });
-        owner->add_option("name", new_owner_, "new owner");
+        prepare->add_option("operation", operation_, "load, unload, tension, lock, unlock or format")->required();
+        prepare->add_flag("--immediate", immediate_, "don't wait until the drive has finished");
+        prepare->add_flag("--yes", confirmed_, "don't ask before a format");
+
+        add_for_drive("eject", "Eject the tape of a drive that stands alone",
+                      [](session& on, const std::string& link) { console::eject(on.drives, link, on.out); });
+    }
+
+    void add_task_commands() {
+        CLI::App* erase = add_for_drive("erase", "Erase the tape in a drive", [this](session& on, const std::string& link) {
+            console::erase(on.drives, {link, long_, confirmed_, !no_wait_}, on.who, on.out);
+        });
+        erase->add_flag("--long", long_, "overwrite the whole tape, which takes hours");
+        erase->add_flag("--yes", confirmed_, "don't ask");
+        erase->add_flag("--no-wait", no_wait_, "print the task's number and leave");
+
+        CLI::App* task = add("task", "Show how a task stands",
+                             [this](session& on) { outcome_ = console::show_task(on.drives, task_, wait_, on.who, on.out); });
+        task->add_option("number", task_, "number of the task")->required();
+        task->add_flag("--wait", wait_, "stay until it has ended");
     }
 
     void connect_and_run() {
@@ -187,8 +262,9 @@ private:
             }
         }
         const auto server = console::open_connection(options_.server);
-        console::library_view library(*server, options_.owner.empty() ? own_host_name() : options_.owner, options_.by_scsi);
-        action_(*server, library, console::output{std::cout, options_.json});
+        const std::string owner = options_.owner.empty() ? own_host_name() : options_.owner;
+        session on{*server, {*server, owner, options_.by_scsi}, {*server, owner}, {}, {std::cout, options_.json}};
+        action_(on);
     }
 
     CLI::App app_;
@@ -203,6 +279,16 @@ private:
     std::uint32_t drive_ = 0;
     std::int64_t home_slot_ = -1;
     bool all_ = false;
+    std::string device_;
+    std::vector<std::string> left_alone_;
+    std::string operation_;
+    std::uint32_t task_ = 0;
+    bool immediate_ = false;
+    bool confirmed_ = false;
+    bool long_ = false;
+    bool no_wait_ = false;
+    bool wait_ = false;
+    exit_code outcome_ = exit_code::done;
 };
 
 }  // namespace

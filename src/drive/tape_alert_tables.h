@@ -6,7 +6,7 @@
 /// One TapeAlert flag (SSC for drives, SMC for libraries) as a person is told of it.
 struct TapeAlert {
     std::uint16_t code = 0;         ///< the flag's number; in a table the row's index
-    std::uint16_t severity = 0;     ///< 0 information, 1 warning, 2 critical
+    std::uint16_t severity = 0;     ///< 0, 1 or 2, rising
     const char* message = nullptr;  ///< constant text; "\n" stands between its first line and each of its steps
 };
 

@@ -8,7 +8,7 @@
 #include "drive/tape_alert_tables.h"
 
 /// TapeAlert: what drives and libraries say of their own health, in yes-or-no flags on a log page (SSC, SMC: page 0x2E). Read on
-/// demand, nothing polls. A device usually tells a flag once and clears it with the reading.
+/// demand, nothing polls. A device may clear a flag once it has told it.
 
 using TapeAlertList = std::vector<TapeAlert>;
 

@@ -49,18 +49,18 @@ constexpr char no_alerts[] = "<OutputArguments><Alerts value=\"&lt;alerts /&gt;\
 TEST_F(AlertProcedures, ADrivesAlertsAreADocumentInAValue) {
     const call_answer answer = alerts("GetDriveAlerts", "\\\\.\\Tape0");
     EXPECT_TRUE(answer.success) << answer.error;
-    EXPECT_EQ(
-        answer.output.value_or("").substr(0, 186),
-        "<OutputArguments><Alerts value='&lt;alerts&gt;&lt;alert id=\"19\" severity=\"0\" message=\"The tape cartridge is nearing "
-        "the end of its calculated life:\"&gt;&lt;action index=\"1\"&gt;");
+    const std::string start =
+        "<OutputArguments><Alerts value='&lt;alerts&gt;&lt;alert id=&quot;19&quot; severity=&quot;0&quot; message=&quot;The tape "
+        "cartridge is nearing the end of its calculated life:&quot;&gt;&lt;action index=&quot;1&quot;&gt;";
+    EXPECT_EQ(answer.output.value_or("").substr(0, start.size()), start);
     EXPECT_THAT(lines_between_the_gate_and_the_exit(), ElementsAre("tap| Get drive alerts", "tap| Get drive alerts ok."));
 }
 
 TEST_F(AlertProcedures, AChangersAlertsComeFromItsOwnTableUnderItsMutex) {
     EXPECT_EQ(
         alerts("GetChangerAlerts", "\\\\.\\Changer0").output,
-        "<OutputArguments><Alerts value='&lt;alerts&gt;&lt;alert id=\"19\" severity=\"1\" message=\"Library security has been "
-        "compromised.\" /&gt;&lt;/alerts&gt;' /></OutputArguments>");
+        "<OutputArguments><Alerts value='&lt;alerts&gt;&lt;alert id=&quot;19&quot; severity=&quot;1&quot; message=&quot;Library "
+        "security has been compromised.&quot; /&gt;&lt;/alerts&gt;' /></OutputArguments>");
     EXPECT_THAT(lines_between_the_gate_and_the_exit(),
                 ElementsAre("tap| Get changer alerts", "tap|   New mutex for \\\\.\\Changer0", "tap|   \\\\.\\Changer0",
                             "tap| Get changer alerts ok."));

@@ -4,7 +4,7 @@
 
 #include "console/call_codec.h"
 #include "console/commands.h"
-#include "console/console_system.h"
+#include "console/console_fixture.h"
 #include "console/library_view.h"
 #include "console/table.h"
 
@@ -13,34 +13,8 @@ namespace {
 using console::element_kind;
 using console::exit_code;
 using console::failure;
-
-/// Answers each procedure with a text of the test and keeps what was asked.
-class scripted_connection : public console::connection {
-public:
-    std::string call(const std::string& procedure, const console::argument_list& arguments) override {
-        asked.push_back(procedure + " " + console::input_xml(arguments));
-        const auto found = answers.find(procedure);
-        if (found == answers.end()) {
-            throw failure(exit_code::call_failed, "Unknown command: '" + procedure + "'");
-        }
-        return found->second;
-    }
-
-    std::map<std::string, std::string> answers;
-    std::vector<std::string> asked;
-};
-
-std::string escaped(const std::string& record) {
-    std::string text;
-    for (const char c : record) {
-        text += c == '<' ? "&lt;" : c == '>' ? "&gt;" : c == '"' ? "&quot;" : std::string(1, c);
-    }
-    return text;
-}
-
-std::string answer_of(const std::string& name, const std::string& record) {
-    return "<OutputArguments><" + name + " value=\"" + escaped(record) + "\" /></OutputArguments>";
-}
+using console_test::answer_of;
+using console_test::failure_of;
 
 std::string element(const std::string& name, int number, unsigned flags, const std::string& barcode, const std::string& serial = "",
                     int source_type = 0, int source = 0, int exception_code = 0) {
@@ -57,24 +31,9 @@ const std::string one_changer =
     R"(<Data SerialNumber="SN1" DeviceType="8" Revision="1.0" ProductId="LIB" VendorId="TRN" />)"
     R"(<Parameters NumberDataTransferElements="2" NumberIEElements="1" NumberStorageElements="3" /></Changer>)";
 
-class Console : public testing::Test {
+class Console : public console_test::fixture {
 protected:
-    failure failure_of(const std::function<void()>& what) {
-        try {
-            what();
-        } catch (const failure& e) {
-            return e;
-        }
-        ADD_FAILURE() << "nothing failed";
-        return {exit_code::done, ""};
-    }
-
-    console::console_system system_;
-    scripted_connection server_;
     console::library_view library_{server_, "OWNER", false};
-    std::ostringstream text_;
-    console::output out_{text_, false};
-    console::output json_{text_, true};
 };
 
 TEST_F(Console, ElementsAreWrittenLongOrShort) {

@@ -257,7 +257,9 @@ TEST_F(Iscsi, EndsACommandToASilentTargetByItsDeadline) {
     ASSERT_NO_FATAL_FAILURE(start());
     const auto changer = open_unit(8);
     ASSERT_NE(changer, nullptr);
-    ASSERT_EQ(test_unit_ready(*changer).transport_error, 0U);
+    const scsi_outcome before = test_unit_ready(*changer);
+    ASSERT_EQ(before.transport_error, 0U);
+    EXPECT_EQ(test_unit_ready(*changer).connection, before.connection);
     library->signal_daemon(SIGSTOP);
     const auto begin = wall::now();
     EXPECT_EQ(test_unit_ready(*changer, 1).transport_error, 121U);
@@ -270,8 +272,10 @@ TEST_F(Iscsi, EndsACommandToASilentTargetByItsDeadline) {
     EXPECT_NE(other.get().transport_error, 0U);
     EXPECT_LT(wall::now() - begin, 15s);
     library->signal_daemon(SIGCONT);
-    // The session is made anew, its reset attention is not shown.
-    EXPECT_EQ(test_unit_ready(*changer).transport_error, 0U);
+    // The session is made anew, its reset attention is not shown; but that it is another one is.
+    const scsi_outcome after = test_unit_ready(*changer);
+    EXPECT_EQ(after.transport_error, 0U);
+    EXPECT_NE(after.connection, before.connection);
     EXPECT_EQ(test_unit_ready(*changer).scsi_status, 0);
 }
 

@@ -31,6 +31,8 @@ constexpr sense_rule tape_rules[] = {
     {any, 0x29, any, error::bus_reset},
     {any, 0x3B, 0x01, error::beginning_of_media},
     {any, 0x3B, 0x02, error::end_of_media},
+    // It doesn't answer to those in front of it.
+    {any, 0x05, 0x00, error::bad_unit},
     {sense_key::not_ready, any, any, error::not_ready},
     // The command, a field of it, or a field of its parameters.
     {sense_key::illegal_request, 0x20, any, error::not_supported},
@@ -39,7 +41,6 @@ constexpr sense_rule tape_rules[] = {
     {sense_key::illegal_request, 0x26, any, error::not_supported},
     // Nothing is at that logical unit number any more.
     {sense_key::illegal_request, 0x25, any, error::invalid_drive},
-    {any, 0x05, 0x00, error::bad_unit},
     // Security has closed the drive: write protection isn't why.
     {sense_key::data_protect, 0x74, any, error::io_device},
     {sense_key::data_protect, any, any, error::write_protect},

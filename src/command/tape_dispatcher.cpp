@@ -2,9 +2,12 @@
 
 #include <algorithm>
 
+#include "command/alert_procedures.h"
 #include "command/changer_procedures.h"
+#include "command/drive_procedures.h"
 #include "command/owner.h"
 #include "command/service_procedures.h"
+#include "command/task_procedures.h"
 #include "foundation/exc/exceptions.h"
 #include "foundation/logging/log_scope.h"
 #include "foundation/text/conversion.h"
@@ -28,7 +31,7 @@ constexpr procedure_row procedure_table[] = {
     {u"FromSlotToIEPort", changers, procedures::FromSlotToIEPort},
     {u"FromIEPortToSlot", changers, procedures::FromIEPortToSlot},
     {u"GetSlotsStatuses", changers, procedures::GetSlotsStatuses},
-    {u"GetDrivesStatuses", changers, nullptr},
+    {u"GetDrivesStatuses", changers, procedures::GetDrivesStatuses},
     {u"GetIEPortsStatuses", changers, procedures::GetIEPortsStatuses},
     {u"GetElementsStatuses", changers, procedures::GetElementsStatuses},
     {u"GetAllChangers", changers_by_scsi, procedures::GetChangers},
@@ -40,21 +43,21 @@ constexpr procedure_row procedure_table[] = {
     {u"FromSlotToIEPortByScsi", changers_by_scsi, procedures::FromSlotToIEPort},
     {u"FromIEPortToSlotByScsi", changers_by_scsi, procedures::FromIEPortToSlot},
     {u"GetSlotsStatusesByScsi", changers_by_scsi, procedures::GetSlotsStatuses},
-    {u"GetDrivesStatusesByScsi", changers_by_scsi, nullptr},
+    {u"GetDrivesStatusesByScsi", changers_by_scsi, procedures::GetDrivesStatuses},
     {u"GetIEPortsStatusesByScsi", changers_by_scsi, procedures::GetIEPortsStatuses},
     {u"GetElementsStatusesByScsi", changers_by_scsi, procedures::GetElementsStatuses},
-    {u"GetDrives", drives, nullptr},
-    {u"GetMediaInfo", drives, nullptr},
-    {u"GeDriveInfo", drives, nullptr},
-    {u"EraseTape", drives, nullptr},
-    {u"GetDriveError", drives, nullptr},
-    {u"EjectTapeFromStandalone", drives, nullptr},
-    {u"PrepareTape", drives, nullptr},
-    {u"StorageMediaRemoval", drives, nullptr},
-    {u"TaskStatus", drives, nullptr},
-    {u"WaitForResult", drives, nullptr},
-    {u"GetDriveAlerts", alerts, nullptr},
-    {u"GetChangerAlerts", alerts, nullptr},
+    {u"GetDrives", drives, procedures::GetDrives},
+    {u"GetMediaInfo", drives, procedures::GetMediaInfo},
+    {u"GeDriveInfo", drives, procedures::GeDriveInfo},
+    {u"EraseTape", drives, procedures::EraseTape},
+    {u"GetDriveError", drives, procedures::GetDriveError},
+    {u"EjectTapeFromStandalone", drives, procedures::EjectTapeFromStandalone},
+    {u"PrepareTape", drives, procedures::PrepareTape},
+    {u"StorageMediaRemoval", drives, procedures::StorageMediaRemoval},
+    {u"TaskStatus", drives, procedures::TaskStatus},
+    {u"WaitForResult", drives, procedures::WaitForResult},
+    {u"GetDriveAlerts", alerts, procedures::GetDriveAlerts},
+    {u"GetChangerAlerts", alerts, procedures::GetChangerAlerts},
 };
 
 const procedure_row* find_procedure(const std::u16string& name) {
@@ -89,7 +92,7 @@ void CTapeInvokeDispatcher::Invoke(const std::u16string& procedure, const CInput
     } else {
         // The gate comes before the look at the groups, so that a stranger doesn't even learn which names exist.
         pass_owner_gate(input);
-        if (row != nullptr && row->body != nullptr) {
+        if (row != nullptr) {
             row->body({*context_, input, output, row->group == changers_by_scsi});
             return;
         }

@@ -32,7 +32,7 @@ enum class procedure_end : std::uint8_t {
 struct procedure_row {
     std::u16string_view name;
     procedure_group group;
-    procedure_body body;  ///< null: the name is kept for a procedure that this server doesn't have; it counts as unknown
+    procedure_body body;
     procedure_end end = procedure_end::answered;
 };
 

@@ -60,6 +60,7 @@ TEST_F(Dispatcher, TheTableIsComplete) {
     ASSERT_EQ(table.size(), 41u);
     for (std::size_t index = 0; index < table.size(); ++index) {
         EXPECT_EQ(table[index].name, expected_names[index]);
+        EXPECT_NE(table[index].body, nullptr) << index;
         const procedure_group group = index < 5    ? procedure_group::before_gate
                                       : index < 17 ? procedure_group::changers
                                       : index < 29 ? procedure_group::changers_by_scsi
@@ -75,8 +76,8 @@ TEST_F(Dispatcher, TheTwinsShareTheirBodies) {
         EXPECT_EQ(table[index].body, table[index + 12].body) << index;
     }
     std::set<procedure_body> bodies;
-    for (std::size_t index = 0; index < 17; ++index) {
-        if (table[index].body != nullptr) {
+    for (std::size_t index = 0; index < table.size(); ++index) {
+        if (table[index].group != procedure_group::changers_by_scsi) {
             EXPECT_TRUE(bodies.insert(table[index].body).second) << index;
         }
     }
@@ -87,15 +88,6 @@ TEST_F(Dispatcher, AnUnknownNameOfTheOwnerIsAnUnknownCommand) {
     EXPECT_EQ(owner_call("getchangers").error, "Unknown command: 'getchangers'");
     EXPECT_EQ(owner_call("").error, "Unknown command: ''");
     EXPECT_EQ(owner_call("%1").error, "Unknown command: '%1'");
-}
-
-TEST_F(Dispatcher, ANameWithoutABodyIsAnUnknownCommand) {
-    for (const procedure_row& row : ProcedureTable()) {
-        if (row.body == nullptr) {
-            const std::string name = text::wide_to_utf8(row.name);
-            EXPECT_EQ(owner_call(name).error, "Unknown command: '" + name + "'");
-        }
-    }
 }
 
 TEST_F(Dispatcher, AnUnknownNameOfAStrangerFailsAtTheGate) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <new>
+#include <utility>
 
 namespace platform::linux_rpc {
 
@@ -101,8 +102,12 @@ outgoing protected_response(const rpc_call& call, std::span<const std::uint8_t> 
     return out;
 }
 
-/// The kernel tells a local caller's number; the name is looked up here, where blocking harms nobody.
-void name_local_caller(client_identity& identity) {
+/// What is still to be found out about a caller is looked up here, where blocking harms nobody: the kernel tells a local one's
+/// number only, and the local user that a remote one stands for may take asking the name service.
+void complete(client_identity& identity) {
+    if (const auto find = std::exchange(identity.find_local_account, nullptr)) {
+        identity.local_account = find();
+    }
     if (!identity.local || !identity.name.empty()) {
         return;
     }
@@ -122,7 +127,7 @@ std::uint32_t dispatch(const rpc_call& call, reply_buffer& reply) {
     request.stub = call.stub;
     request.little_endian = call.little_endian;
     try {
-        name_local_caller(*call.identity);
+        complete(*call.identity);
         const call_scene scene{call.identity, call.protection.level, call.local_ipv4};
         const current_call_scope scope(scene);
         return call.target->description.dispatch(request, reply);

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace platform::linux_rpc {
@@ -33,7 +34,13 @@ public:
     /// which nobody answers.
     [[nodiscard]] virtual bool ends_by_alter_context() const { return false; }
 
-    /// Bytes of the signature that a protected PDU ends with.
+    /// Why it is refused, as a sentence without its stop; empty when there is no more to say than that.
+    [[nodiscard]] virtual std::string reason() const { return {}; }
+
+    /// Told once, before the first PDU is protected: whether both sides agreed to sign PDU headers too.
+    virtual void header_signing(bool agreed) { (void)agreed; }
+
+    /// Bytes of the signature that a PDU ends with which is protected here. The server's own may be of another size.
     [[nodiscard]] virtual std::size_t signature_size() const = 0;
 
     /// As `security_context::protect`, for a PDU to the server.

@@ -116,6 +116,27 @@ bool ntlm_acceptor::unprotect(auth_level level, std::span<std::uint8_t> pdu, std
     return session_ && session_->unprotect(pdu, pdu.subspan(body_offset, seal ? body_size : 0), signature);
 }
 
+std::vector<std::uint8_t> ntlm_acceptor::sign_list(std::span<const std::uint8_t> list) {
+    if (!session_) {
+        return {};
+    }
+    std::vector<std::uint8_t> text(list.begin(), list.end());
+    std::vector<std::uint8_t> signature(ntlm_session::signature_size);
+    session_->protect(text, {}, std::span(signature).first<ntlm_session::signature_size>());
+    return signature;
+}
+
+bool ntlm_acceptor::check_list(std::span<const std::uint8_t> list, std::span<const std::uint8_t> signature) {
+    std::vector<std::uint8_t> text(list.begin(), list.end());
+    return session_ && session_->unprotect(text, {}, signature);
+}
+
+void ntlm_acceptor::list_is_signed() {
+    if (session_) {
+        session_->restart_key_streams();
+    }
+}
+
 std::string ntlm_acceptor::take_negotiate(std::span<const std::uint8_t> token, std::vector<std::uint8_t>& reply) {
     const auto message = ntlm::decode_negotiate(token);
     if (!message) {
@@ -227,6 +248,7 @@ std::string ntlm_acceptor::establish(const ntlm::authenticate_message& message, 
         if (!room || !mic_holds(negotiate_token_, challenge_token_, token, exported)) {
             return "its integrity code is wrong: the messages were changed on their way";
         }
+        with_mic_ = true;
     }
     session_.emplace(ntlm_role::server, flags_, exported);
     negotiate_token_.clear();

@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "platform/linux/rpc/accounts_file.h"
+#include "platform/linux/rpc/negotiable_mechanism.h"
 #include "platform/linux/rpc/ntlm_environment.h"
 #include "platform/linux/rpc/ntlm_messages.h"
 #include "platform/linux/rpc/ntlm_session.h"
-#include "platform/linux/rpc/security_context.h"
 
 namespace platform::linux_rpc {
 
@@ -39,7 +39,7 @@ struct ntlm_acceptor_settings {
 
 /// The server's side of NTLM: version 2 only, with extended session security. Its challenge bears a time stamp, so that
 /// current clients protect all three messages by an integrity code, which is then demanded.
-class ntlm_acceptor : public security_context {
+class ntlm_acceptor : public negotiable_acceptor {
 public:
     explicit ntlm_acceptor(std::shared_ptr<const ntlm_acceptor_settings> settings);
 
@@ -52,6 +52,12 @@ public:
                  std::span<std::uint8_t> signature) override;
     [[nodiscard]] bool unprotect(auth_level level, std::span<std::uint8_t> pdu, std::size_t body_offset, std::size_t body_size,
                                  std::span<const std::uint8_t> signature) override;
+
+    /// Whoever signs the messages of NTLM signs the list of mechanisms, too.
+    [[nodiscard]] bool demands_signed_list() const override { return with_mic_; }
+    [[nodiscard]] std::vector<std::uint8_t> sign_list(std::span<const std::uint8_t> list) override;
+    [[nodiscard]] bool check_list(std::span<const std::uint8_t> list, std::span<const std::uint8_t> signature) override;
+    void list_is_signed() override;
 
 private:
     enum class stage : std::uint8_t { negotiate, authenticate, complete, dead };
@@ -74,6 +80,7 @@ private:
     std::uint32_t flags_ = 0;
     std::string claimed_;  ///< who the client says it is, for the log
     client_identity identity_;
+    bool with_mic_ = false;  ///< the AUTHENTICATE bears an integrity code
     std::optional<ntlm_session> session_;
 };
 

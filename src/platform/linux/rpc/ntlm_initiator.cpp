@@ -84,8 +84,8 @@ std::vector<std::uint8_t> ntlm_initiator::answer(const ntlm::challenge_message& 
     } else {
         return refuse();
     }
-    const bool with_mic = stamp != nullptr;
-    if (with_mic) {
+    with_mic_ = stamp != nullptr;
+    if (with_mic_) {
         pairs->push_back({static_cast<std::uint16_t>(ntlm::av_id::flags), {ntlm::av_flag_mic, 0, 0, 0}});
     }
     const std::vector<std::uint8_t> blob = build_blob(*pairs, time);
@@ -109,8 +109,8 @@ std::vector<std::uint8_t> ntlm_initiator::answer(const ntlm::challenge_message& 
     message.nt_response.assign(proof.view().begin(), proof.view().end());
     message.nt_response.insert(message.nt_response.end(), blob.begin(), blob.end());
     message.encrypted_session_key.assign(encrypted.view().begin(), encrypted.view().end());
-    std::vector<std::uint8_t> token = ntlm::encode_authenticate(message, with_mic);
-    if (with_mic) {
+    std::vector<std::uint8_t> token = ntlm::encode_authenticate(message, with_mic_);
+    if (with_mic_) {
         const secret_key mic = hmac_md5(exported.view(), {negotiate_token_, challenge_token, token});
         std::copy(mic.view().begin(), mic.view().end(), token.begin() + ntlm::mic_offset);
     }
@@ -143,6 +143,27 @@ bool ntlm_initiator::unprotect(auth_level level, std::span<std::uint8_t> pdu, st
                                std::span<const std::uint8_t> signature) {
     const bool seal = level == auth_level::privacy;
     return session_ && session_->unprotect(pdu, pdu.subspan(body_offset, seal ? body_size : 0), signature);
+}
+
+std::vector<std::uint8_t> ntlm_initiator::sign_list(std::span<const std::uint8_t> list) {
+    if (!session_) {
+        return {};
+    }
+    std::vector<std::uint8_t> text(list.begin(), list.end());
+    std::vector<std::uint8_t> signature(ntlm_session::signature_size);
+    session_->protect(text, {}, std::span(signature).first<ntlm_session::signature_size>());
+    return signature;
+}
+
+bool ntlm_initiator::check_list(std::span<const std::uint8_t> list, std::span<const std::uint8_t> signature) {
+    std::vector<std::uint8_t> text(list.begin(), list.end());
+    return session_ && session_->unprotect(text, {}, signature);
+}
+
+void ntlm_initiator::list_is_signed() {
+    if (session_) {
+        session_->restart_key_streams();
+    }
 }
 
 std::vector<std::uint8_t> ntlm_initiator::refuse() {

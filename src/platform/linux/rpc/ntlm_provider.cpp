@@ -28,7 +28,11 @@ bool ntlm_provider::supports(auth_level level) const {
            level == auth_level::privacy;
 }
 
-std::unique_ptr<security_context> ntlm_provider::create(auth_level /*level*/) {
+std::span<const spnego::mechanism_id> ntlm_provider::mechanisms() const {
+    return {&spnego::mechanism::ntlm, 1};
+}
+
+std::unique_ptr<negotiable_acceptor> ntlm_provider::create_negotiable(auth_level /*level*/) {
     return std::make_unique<ntlm_acceptor>(settings_);
 }
 

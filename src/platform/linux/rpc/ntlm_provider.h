@@ -3,12 +3,11 @@
 #include <memory>
 
 #include "platform/linux/rpc/ntlm_acceptor.h"
-#include "platform/linux/rpc/security_context.h"
 
 namespace platform::linux_rpc {
 
 /// Offers NTLM (auth_type 10) to a server, at the levels connect, packet, integrity and privacy; at packet a PDU is signed, too.
-class ntlm_provider : public security_provider {
+class ntlm_provider : public negotiable_provider {
 public:
     /// Throws `std::runtime_error` when the installed OpenSSL lacks an algorithm that NTLM needs.
     explicit ntlm_provider(ntlm_acceptor_settings settings);
@@ -18,7 +17,8 @@ public:
 
     [[nodiscard]] std::uint8_t auth_type() const override;
     [[nodiscard]] bool supports(auth_level level) const override;
-    [[nodiscard]] std::unique_ptr<security_context> create(auth_level level) override;
+    [[nodiscard]] std::span<const spnego::mechanism_id> mechanisms() const override;
+    [[nodiscard]] std::unique_ptr<negotiable_acceptor> create_negotiable(auth_level level) override;
 
 private:
     std::shared_ptr<const ntlm_acceptor_settings> settings_;

@@ -48,9 +48,8 @@ ntlm_role opposite(ntlm_role role) {
 
 ntlm_session::direction::direction(ntlm_role sender, std::uint32_t flags, const secret_key& exported_session_key)
     : signing(md5({exported_session_key.view(), with_terminator(constants_of(sender).signing)}).view()),
-      sealing(
-          md5({exported_session_key.view().first(sealing_strength(flags)), with_terminator(constants_of(sender).sealing)}).view()) {
-}
+      sealing_key(md5({exported_session_key.view().first(sealing_strength(flags)), with_terminator(constants_of(sender).sealing)})),
+      sealing(sealing_key.view()) {}
 
 void ntlm_session::direction::sign(byte_view message, std::span<std::uint8_t, 8> checksum) {
     std::array<std::uint8_t, 4> number{};
@@ -85,6 +84,12 @@ bool ntlm_session::unprotect(std::span<std::uint8_t> message, std::span<std::uin
     finish(incoming_, checksum, expected);
     broken_ = !equal_constant_time(expected, signature);
     return !broken_;
+}
+
+void ntlm_session::restart_key_streams() {
+    for (direction* const way : {&outgoing_, &incoming_}) {
+        way->sealing = rc4_stream(way->sealing_key.view());
+    }
 }
 
 /// Version 1, the checksum, the sequence number; the checksum takes its bytes of the key stream behind the data's.

@@ -28,12 +28,17 @@ public:
     [[nodiscard]] bool unprotect(std::span<std::uint8_t> message, std::span<std::uint8_t> secret,
                                  std::span<const std::uint8_t> signature);
 
+    /// Begins the key streams of both directions anew, while the sequence numbers go on: what Negotiate does behind the
+    /// signatures over its list of mechanisms.
+    void restart_key_streams();
+
 private:
     struct direction {
         direction(ntlm_role sender, std::uint32_t flags, const secret_key& exported_session_key);
         void sign(byte_view message, std::span<std::uint8_t, 8> checksum);
 
         hmac_md5_under_key signing;
+        secret_key sealing_key;
         rc4_stream sealing;
         std::uint32_t sequence = 0;
     };

@@ -22,6 +22,8 @@ using kind = rpc_client_error::kind;
 using steady = std::chrono::steady_clock;
 
 constexpr std::uint16_t longest_fragment = 5840;
+/// A PDU has 16 bits for its length, and more in it than the token.
+constexpr std::size_t longest_token = 65000;
 /// Longest answer taken: far above any of ours, and below what a lying server could make this process allocate.
 constexpr std::size_t longest_answer = std::size_t{256} * 1024 * 1024;
 constexpr std::uint32_t security_context_id = 1;
@@ -192,6 +194,7 @@ void rpc_client::bind(const syntax_id& interface, duration time_out, std::unique
     auth_token auth;
     if (security_) {
         token = security_->next_token({});
+        check_security(token);
         auth = {security_->auth_type(), static_cast<std::uint8_t>(level_), security_context_id, token};
     }
     const std::uint8_t flags = security_ ? pdu_flag::header_sign : std::uint8_t{0};
@@ -199,6 +202,7 @@ void rpc_client::bind(const syntax_id& interface, duration time_out, std::unique
     const received_pdu ack = receive_pdu(deadline);
     take_ack(ack);
     if (security_) {
+        security_->header_signing(ack.header.has(pdu_flag::header_sign));
         authenticate(ack, body, deadline);
     }
 }
@@ -227,6 +231,16 @@ void rpc_client::take_ack(const received_pdu& pdu) {
     }
 }
 
+void rpc_client::check_security(std::span<const std::uint8_t> token) const {
+    if (security_->current_state() == client_security::state::refused) {
+        const std::string reason = security_->reason();
+        fail_rejected(0, reason.empty() ? "its part of the authentication can't be accepted" : reason);
+    }
+    if (token.size() > longest_token) {
+        fail_rejected(0, "the token of the authentication is too long to be sent");
+    }
+}
+
 /// Exchanges tokens until both sides are content, from the one in the server's answer to the bind on.
 void rpc_client::authenticate(const received_pdu& ack, const bind_body& body, deadline_type deadline) {
     received_pdu last = ack;
@@ -236,9 +250,7 @@ void rpc_client::authenticate(const received_pdu& ack, const bind_body& body, de
             fail_rejected(0, "it ended the authentication half way");
         }
         const std::vector<std::uint8_t> token = security_->next_token(trailer->token);
-        if (security_->current_state() == client_security::state::refused) {
-            fail_rejected(0, "its part of the authentication can't be accepted");
-        }
+        check_security(token);
         if (token.empty()) {
             continue;
         }
@@ -322,9 +334,8 @@ void rpc_client::take_response(received_pdu& pdu, std::vector<std::uint8_t>& stu
     std::size_t end = pdu.bytes.size();
     if (level_ >= auth_level::packet) {
         const auto trailer = decode_auth_trailer(pdu.header, pdu.bytes, request_header_size);
-        if (!trailer || trailer->token.size() != security_->signature_size() ||
-            !security_->unprotect(level_, std::span(pdu.bytes).first(trailer->offset + auth_trailer_size), request_header_size,
-                                  trailer->offset - request_header_size, trailer->token)) {
+        if (!trailer || !security_->unprotect(level_, std::span(pdu.bytes).first(trailer->offset + auth_trailer_size),
+                                              request_header_size, trailer->offset - request_header_size, trailer->token)) {
             fail_lost("the answer's signature is wrong");
         }
         end = trailer->offset - trailer->pad_length;

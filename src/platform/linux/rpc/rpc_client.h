@@ -68,6 +68,8 @@ private:
     void receive(std::span<std::uint8_t> bytes, deadline_type deadline);
     received_pdu receive_pdu(deadline_type deadline);
     void take_ack(const received_pdu& pdu);
+    /// Throws when the authentication has failed here, or goes on with a token that no PDU holds.
+    void check_security(std::span<const std::uint8_t> token) const;
     void authenticate(const received_pdu& ack, const bind_body& body, deadline_type deadline);
     void send_request(std::uint16_t operation, std::span<const std::uint8_t> stub, deadline_type deadline);
     void protect(std::vector<std::uint8_t>& pdu, std::size_t stub_size);

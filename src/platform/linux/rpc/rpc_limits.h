@@ -12,6 +12,9 @@ struct rpc_limits {
     /// Longest fragment announced to and taken from a peer, 1432 to 65535. A longer one: the connection is closed. 5840 is
     /// what the usual clients announce themselves.
     std::uint16_t fragment_bytes = 5840;
+    /// The same for bind, alter_context and auth3 with a token of authentication in them: a Kerberos ticket lists the groups of
+    /// its owner, and none of these is ever sent in pieces.
+    std::uint16_t token_fragment_bytes = 65535;
     /// Stub bytes of one request from a peer that has not proved who it is. More: fault 5, and the connection is closed.
     std::size_t unauthenticated_request_bytes = std::size_t{64} * 1024;
     /// The same for the others.

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -22,6 +23,8 @@ struct client_identity {
     uid_t uid = 0;
     gid_t gid = 0;
     std::string local_account{};  ///< the local user that the mechanism maps a remote caller to, if any: its groups count
+    /// Finds `local_account` out, when a call needs it: that may block. Empty: it is known, or there is none to find.
+    std::function<std::string()> find_local_account{};
 };
 
 /// The acceptor's side of one authentication on one connection, and afterwards the protection of its PDUs. Used by one
@@ -44,7 +47,7 @@ public:
     /// A mechanism whose signature covers the whole PDU anyway has nothing to do.
     virtual void header_signing(bool agreed) { (void)agreed; }
 
-    /// Bytes of the signature that a protected PDU ends with.
+    /// Bytes of the signature that a PDU ends with which is protected here. A client's own may be of another size.
     [[nodiscard]] virtual std::size_t signature_size() const = 0;
 
     /// Protects an outgoing PDU. `pdu` is everything in front of the signature, with all length fields final: header, body,
@@ -65,6 +68,8 @@ public:
     virtual ~security_provider() = default;
     /// auth_type on the wire: 9, 10 or 16.
     [[nodiscard]] virtual std::uint8_t auth_type() const = 0;
+    /// False: what it needs of this machine isn't there, so that it can't be offered. Doesn't change during its life.
+    [[nodiscard]] virtual bool ready() const { return true; }
     /// Whether it can serve this level.
     [[nodiscard]] virtual bool supports(auth_level level) const = 0;
     [[nodiscard]] virtual std::unique_ptr<security_context> create(auth_level level) = 0;

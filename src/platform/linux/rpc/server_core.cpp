@@ -34,8 +34,8 @@ void security_offer::add(std::shared_ptr<security_provider> provider) {
 }
 
 security_provider* security_offer::known(std::uint32_t service) const {
-    const auto found =
-        std::find_if(providers_.begin(), providers_.end(), [&](const auto& provider) { return provider->auth_type() == service; });
+    const auto found = std::find_if(providers_.begin(), providers_.end(),
+                                    [&](const auto& provider) { return provider->auth_type() == service && provider->ready(); });
     return found == providers_.end() ? nullptr : found->get();
 }
 

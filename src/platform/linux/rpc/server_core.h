@@ -35,7 +35,7 @@ private:
 class security_offer {
 public:
     void add(std::shared_ptr<security_provider> provider);
-    /// 0, or 1747 when no provider serves it. Negotiate opens the mechanisms that it chooses from, too: a client that
+    /// 0, or 1747 when no provider that is ready serves it. Negotiate opens the mechanisms that it chooses from, too: a client that
     /// names one of them itself proves the same.
     std::uint32_t enable(std::uint32_t service, const std::string& principal);
     /// Null unless the kind is offered.

@@ -26,6 +26,12 @@ std::vector<std::uint8_t> refused_call(std::uint32_t call_id, std::uint16_t cont
     return encode_fault(call_id, context_id, pdu_flag::did_not_execute, status);
 }
 
+/// Whether a PDU of this kind is as long as the token in it: it is never sent in pieces.
+bool bears_token(const pdu_header& header) {
+    return header.auth_length != 0 &&
+           (header.type == pdu_type::bind || header.type == pdu_type::alter_context || header.type == pdu_type::auth3);
+}
+
 /// "call" protection exists for datagrams only and is raised to the next (MS-RPCE 2.2.1.1.8).
 std::optional<auth_level> level_from_wire(std::uint8_t level) {
     if (level < static_cast<std::uint8_t>(auth_level::connect) || level > static_cast<std::uint8_t>(auth_level::privacy)) {
@@ -53,7 +59,8 @@ std::optional<session_step> session::judge_header(const pdu_header& header) cons
         }
         return closing();
     }
-    if (!plausible(header) || header.fragment_length > core_.limits.fragment_bytes) {
+    if (!plausible(header) ||
+        header.fragment_length > (bears_token(header) ? core_.limits.token_fragment_bytes : core_.limits.fragment_bytes)) {
         core_.report("RPC client " + peer_.address + " sent a fragment of impossible length and was disconnected.");
         return closing();
     }
@@ -265,8 +272,7 @@ std::uint32_t session::check_security(const pdu_header& header, std::span<std::u
     if (security->level == auth_level::connect) {
         return 0;
     }
-    if (trailer->token.size() != security->context->signature_size() ||
-        !security->context->unprotect(security->level, pdu.first(trailer->offset + auth_trailer_size), body_offset,
+    if (!security->context->unprotect(security->level, pdu.first(trailer->offset + auth_trailer_size), body_offset,
                                       trailer->offset - body_offset, trailer->token)) {
         return fault_status::security_package;
     }

@@ -48,6 +48,9 @@ void write_settings(const std::string& folder) {
     reg << "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarno\\Tarno Backup Tape\\Devices]\n"
         << "\"ScsiGeneric\"=dword:00000000\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarno\\Tarno Backup Tape\\Access]\n"
         << "\"ListenAddress\"=\"127.0.0.1\"\n\"LocalSocket\"=\"\"\n\"Accounts\"=\"accounts\"\n";
+}
+
+void write_account(const std::string& folder) {
     using namespace platform::linux_rpc;
     accounts_file(folder + "/accounts").edit([](account_table& table) {
         account added;
@@ -102,6 +105,7 @@ void run_hosted_server(const std::string& folder, const std::string& log) {
     std::filesystem::create_directories(folder);
     write_settings(folder);
     static tape_server::assembled_system system({folder + "/settings.reg", true, folder + "/state"});
+    write_account(folder);
     if (!log.empty()) {
         logging::initialize_log(u"Bench", {u"-log", text::utf8_to_wide(log)});
     }

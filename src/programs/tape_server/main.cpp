@@ -10,6 +10,7 @@
 #include <iostream>
 #include <utility>
 
+#include "command/erase_worker.h"
 #include "foundation/logging/log.h"
 #include "foundation/logging/log_writer.h"
 #include "host/entry.h"
@@ -123,10 +124,10 @@ int main() {
     }
     const int code = run(environment);
     std::cerr.flush();
-    if (system->at_rest()) {
+    if (system->at_rest() && !EraseThreadsRunning()) {
         return code;
     }
-    // Calls in progress are not waited for: they can be minutes from their end. What they have done to a virtual library is on the
-    // disk already.
+    // Calls and erases in progress are not waited for: they can be minutes, even hours, from their end, and use the system until
+    // then. What they have done to a virtual library is on the disk already.
     _exit(code);
 }

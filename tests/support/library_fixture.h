@@ -6,13 +6,14 @@
 
 #include "platform/device_stack/changer_database.h"
 #include "platform/device_stack/io_manager.h"
+#include "platform/device_stack/tape_drives.h"
 #include "platform/virtual_library/create_library.h"
 #include "platform/virtual_library/virtual_library_source.h"
 #include "support/service_fixture.h"
 
 namespace test_support {
 
-/// A server over virtual libraries in memory, with the real device stack and changer code between. The libraries' first slots
+/// A server over virtual libraries in memory, with the real device stack, changer and drive code between. The libraries' first slots
 /// hold cartridges "TRN001L8" and on.
 class LibraryFixture : public ServiceFixture {
 protected:
@@ -31,8 +32,10 @@ protected:
         system_.registry.remove_key("HARDWARE\\DEVICEMAP\\Scsi");
         manager_ = std::make_unique<platform::device_stack::io_manager>(std::move(sources), std::move(without_driver));
         changers_ = std::make_unique<platform::device_stack::changer_database>(*manager_);
+        drives_ = std::make_unique<platform::device_stack::tape_drives>(*manager_);
         platform::system_set set = system_.fakes();
         set.devices = manager_.get();
+        set.tape_functions = drives_.get();
         set.plug_and_play = changers_.get();
         scope_ = std::make_unique<platform::scoped_system>(set);
         system_.registry.add_key("HARDWARE\\DEVICEMAP\\Scsi");
@@ -48,6 +51,7 @@ protected:
 
     std::unique_ptr<platform::device_stack::io_manager> manager_;
     std::unique_ptr<platform::device_stack::changer_database> changers_;
+    std::unique_ptr<platform::device_stack::tape_drives> drives_;
     std::unique_ptr<platform::scoped_system> scope_;
 
 private:

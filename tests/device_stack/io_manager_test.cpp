@@ -281,6 +281,22 @@ TEST_F(IoManager, ShowsWhatWasPluggedBeforeALookBegan) {
     EXPECT_EQ(slow->looks, 2);
 }
 
+TEST_F(IoManager, ShowsAWholeLookWhileOthersTakeItsPlace) {
+    changer_database database(manager);
+    std::vector<std::thread> lookers;
+    for (int i = 0; i < 4; ++i) {
+        lookers.emplace_back([&] {
+            for (int look = 0; look < 200; ++look) {
+                EXPECT_EQ(manager.device_map().size(), 4U);
+                EXPECT_EQ(database.medium_changers().size(), 2U);
+            }
+        });
+    }
+    for (std::thread& looker : lookers) {
+        looker.join();
+    }
+}
+
 TEST_F(IoManager, RecoversFromALookThatThrew) {
     class throwing_source : public scripted_source {
     public:

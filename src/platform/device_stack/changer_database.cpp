@@ -15,7 +15,8 @@ changer_database::changer_database(io_manager& manager) : manager_(manager) {}
 
 std::vector<changer_node> changer_database::medium_changers() {
     std::vector<changer_node> nodes;
-    for (const unit& found : *manager_.look()) {
+    const std::shared_ptr<const unit_list> units = manager_.look();
+    for (const unit& found : *units) {
         if (found.info.peripheral_type != peripheral_type::medium_changer) {
             continue;
         }

@@ -93,7 +93,9 @@ std::shared_ptr<const unit_list> io_manager::last_look() const {
 
 std::vector<device_map_leaf> io_manager::device_map() {
     std::vector<device_map_leaf> leaves;
-    for (const unit& found : *look()) {
+    // Another look may let go of this one's result meanwhile.
+    const std::shared_ptr<const unit_list> units = look();
+    for (const unit& found : *units) {
         const bool is_tape = found.info.peripheral_type == peripheral_type::tape;
         leaves.push_back(
             {found.location, is_tape ? "TapePeripheral" : "MediumChangerPeripheral", found.device_name, found.info.serial});

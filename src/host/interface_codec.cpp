@@ -42,13 +42,13 @@ std::size_t message_size(const InvokeResult& result) {
     return result.errorMessage ? string_size(*result.errorMessage) : 0;
 }
 
-/// Lays values into a zero-filled buffer of the right size.
+/// Lays values into a buffer of the right size and of any content: every byte is written, what lies between values as zero.
 class reply_writer {
 public:
     explicit reply_writer(std::span<std::uint8_t> reply) : reply_(reply) {}
 
     void write_u32(std::uint32_t value) {
-        position_ = aligned(position_);
+        align();
         for (std::size_t index = 0; index < 4; ++index) {
             reply_[position_ + index] = static_cast<std::uint8_t>(value >> (8 * index));
         }
@@ -60,22 +60,21 @@ public:
         write_u32(count);
         write_u32(0);
         write_u32(count);
+        // With its terminator.
+        const std::span<std::uint8_t> units = reply_.subspan(position_, count * sizeof(char16_t));
         if constexpr (std::endian::native == std::endian::little) {
-            std::memcpy(reply_.subspan(position_, text.size() * sizeof(char16_t)).data(), text.data(),
-                        text.size() * sizeof(char16_t));
+            std::memcpy(units.data(), text.c_str(), units.size());
         } else {
-            for (std::size_t index = 0; index < text.size(); ++index) {
-                reply_[position_ + 2 * index] = static_cast<std::uint8_t>(text[index] & 0xFF);
-                reply_[position_ + 2 * index + 1] = static_cast<std::uint8_t>(text[index] >> 8);
+            for (std::size_t index = 0; index < count; ++index) {
+                units[2 * index] = static_cast<std::uint8_t>(text.c_str()[index] & 0xFF);
+                units[2 * index + 1] = static_cast<std::uint8_t>(text.c_str()[index] >> 8);
             }
         }
-        position_ += count * sizeof(char16_t);
+        position_ += units.size();
     }
 
     void write_result(const InvokeResult& result) {
-        position_ = aligned(position_);
-        reply_[position_] = result.success ? 1 : 0;
-        position_ += 4;
+        write_u32(result.success ? 1 : 0);
         write_u32(result.errorMessage ? second_referent : 0);
         if (result.errorMessage) {
             write_string(*result.errorMessage);
@@ -83,6 +82,12 @@ public:
     }
 
 private:
+    void align() {
+        for (; position_ % alignment != 0; ++position_) {
+            reply_[position_] = 0;
+        }
+    }
+
     std::span<std::uint8_t> reply_;
     std::size_t position_ = 0;
 };

@@ -8,7 +8,8 @@
 #include "command/invoke_dispatcher.h"
 
 /// The stub data of the interface's three procedures (C706 chapter 14, NDR): what comes in is decoded from the request's
-/// bytes, what goes out is laid out into a buffer of its exact size. Answers are little-endian, as the runtime marks them.
+/// bytes, what goes out is laid out into a buffer of its exact size, all of whose bytes are written. Answers are little-endian, as
+/// the runtime marks them.
 namespace interface_codec {
 
 /// Raised for a request that isn't what the interface says; the client gets 1783.

@@ -41,8 +41,8 @@ struct rpc_request {
 class rpc_reply {
 public:
     virtual ~rpc_reply() = default;
-    /// A zero-filled buffer of the answer's final size, aligned to 8, valid until the dispatch function returns. Called
-    /// at most once for a call.
+    /// A buffer of the answer's final size, aligned to 8, valid until the dispatch function returns. Its bytes have any value:
+    /// each has to be written, padding included. Called at most once for a call.
     [[nodiscard]] virtual std::span<std::uint8_t> allocate(std::size_t size) = 0;
 };
 
@@ -50,12 +50,17 @@ public:
 /// throw, may block, runs on many threads at once.
 using rpc_dispatch = std::function<std::uint32_t(const rpc_request& request, rpc_reply& reply)>;
 
+/// Whether serving a call may wait: for a device, a lock that is held over such waiting, another machine. Must not throw or wait
+/// itself; the request needn't be a correct one. A runtime may serve a call that can't wait on a thread that others wait for.
+using rpc_wait_question = std::function<bool(const rpc_request& request)>;
+
 struct rpc_interface {
     std::array<std::uint8_t, 16> uuid{};  ///< in the text's byte order (RFC 4122), not the wire's
     std::uint16_t major_version = 0;
     std::uint16_t minor_version = 0;
     std::uint16_t operations = 0;  ///< operation numbers below this reach `dispatch`; others get a fault from the runtime
     rpc_dispatch dispatch;
+    rpc_wait_question may_wait{};  ///< empty: every call may
 };
 
 /// The connection-oriented DCE/RPC runtime (C706, MS-RPCE). Endpoints, interfaces and authentication records are set up

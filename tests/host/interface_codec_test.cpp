@@ -125,7 +125,7 @@ protected:
     class reply_buffer : public platform::rpc_reply {
     public:
         [[nodiscard]] std::span<std::uint8_t> allocate(std::size_t size) override {
-            bytes.assign(size, 0);
+            bytes.assign(size, 0xA5);  // what the codec doesn't write shows
             ++allocations;
             return bytes;
         }

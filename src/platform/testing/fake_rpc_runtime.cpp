@@ -17,7 +17,8 @@ constexpr std::uint32_t server_unavailable = 1722;
 /// Memory whose start is aligned to 8.
 class aligned_bytes {
 public:
-    explicit aligned_bytes(std::size_t size) : words_((size + 7) / 8), size_(size) {}
+    explicit aligned_bytes(std::size_t size)
+        : words_((size + 7) / 8, 0xA5A5A5A5A5A5A5A5), size_(size) {}  // any value, but zero least of all
     [[nodiscard]] std::span<std::uint8_t> bytes() { return {reinterpret_cast<std::uint8_t*>(words_.data()), size_}; }
 
 private:

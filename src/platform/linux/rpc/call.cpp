@@ -11,22 +11,22 @@ namespace platform::linux_rpc {
 
 namespace {
 
+/// What an outgoing answer keeps for the next one.
+constexpr std::size_t kept_memory = std::size_t{16} * 1024;
+/// Stub data that is served where it was read: a procedure that can't wait takes no longer than this much text does.
+constexpr std::size_t longest_unwaiting_stub = std::size_t{4} * 1024;
+
 /// The answer's stub data, with room for one PDU's header in front of it: 24 is a multiple of 8, so that the stub is aligned.
 class reply_buffer final : public rpc_reply {
 public:
+    explicit reply_buffer(byte_block& block) : block_(block) {}
+
     std::span<std::uint8_t> allocate(std::size_t size) override {
-        bytes_.resize(request_header_size + size);
-        return std::span(bytes_).subspan(request_header_size);
-    }
-    std::vector<std::uint8_t> take() {
-        if (bytes_.empty()) {
-            bytes_.resize(request_header_size);
-        }
-        return std::move(bytes_);
+        return block_.take(request_header_size + size).subspan(request_header_size);
     }
 
 private:
-    std::vector<std::uint8_t> bytes_;
+    byte_block& block_;
 };
 
 pdu_header response_header(const rpc_call& call, bool first, bool last) {
@@ -42,16 +42,14 @@ std::size_t plain_chunk(const rpc_call& call) {
     return (call.max_fragment - request_header_size) & ~std::size_t{7};
 }
 
-outgoing plain_response(const rpc_call& call, std::vector<std::uint8_t> bytes) {
-    outgoing out;
-    out.bytes = std::move(bytes);
-    const std::size_t total = out.bytes.size() - request_header_size;
+void make_plain_response(const rpc_call& call, outgoing& out) {
+    const std::size_t total = out.block.size() - request_header_size;
     const std::size_t chunk = total + request_header_size <= call.max_fragment ? total : plain_chunk(call);
     const std::size_t count = total == 0 ? 1 : (total + chunk - 1) / chunk;
     // The first header stands in front of the first chunk; the others lie aside and are gathered when written.
     out.headers.resize((count - 1) * request_header_size);
     out.pdus = static_cast<std::uint32_t>(count);
-    const std::span<std::uint8_t> all(out.bytes);
+    const std::span<std::uint8_t> all = out.block.all();
     for (std::size_t i = 0; i < count; ++i) {
         const std::size_t at = i * chunk;
         const std::size_t size = std::min(chunk, total - at);
@@ -68,16 +66,14 @@ outgoing plain_response(const rpc_call& call, std::vector<std::uint8_t> bytes) {
             out.pieces.push_back(all.subspan(request_header_size + at, size));
         }
     }
-    return out;
 }
 
-outgoing protected_response(const rpc_call& call, std::span<const std::uint8_t> stub) {
+void make_protected_response(const rpc_call& call, std::span<const std::uint8_t> stub, outgoing& out) {
     const pdu_protection& protection = call.protection;
     const std::size_t signature = protection.context->signature_size();
     const std::size_t overhead = request_header_size + auth_trailer_size + signature;
     const std::size_t chunk = (call.max_fragment - overhead) & ~(auth_alignment - 1);
     const std::size_t count = stub.empty() ? 1 : (stub.size() + chunk - 1) / chunk;
-    outgoing out;
     out.numbered = true;
     out.bytes.reserve(stub.size() + count * (overhead + auth_alignment));
     for (std::size_t i = 0; i < count; ++i) {
@@ -99,7 +95,6 @@ outgoing protected_response(const rpc_call& call, std::span<const std::uint8_t> 
     }
     out.pdus = static_cast<std::uint32_t>(count);
     out.pieces.emplace_back(out.bytes);
-    return out;
 }
 
 /// What is still to be found out about a caller is looked up here, where blocking harms nobody: the kernel tells a local one's
@@ -121,10 +116,10 @@ void complete(client_identity& identity) {
     }
 }
 
-std::uint32_t dispatch(const rpc_call& call, reply_buffer& reply) {
+std::uint32_t dispatch(const rpc_call& call, rpc_reply& reply) {
     rpc_request request;
     request.operation = call.operation;
-    request.stub = call.stub;
+    request.stub = call.all_stub();
     request.little_endian = call.little_endian;
     try {
         complete(*call.identity);
@@ -141,27 +136,72 @@ std::uint32_t dispatch(const rpc_call& call, reply_buffer& reply) {
 
 }  // namespace
 
-outgoing::outgoing(std::vector<std::uint8_t> pdu) : bytes(std::move(pdu)), pdus(1) {
+void rpc_call::own_stub() {
+    if (!borrowed_stub.empty()) {
+        stub.assign(borrowed_stub.begin(), borrowed_stub.end());
+        borrowed_stub = {};
+    }
+}
+
+bool rpc_call::may_wait() const {
+    const auto& asked = target->description.may_wait;
+    if (!asked || identity->local || !identity->local_account.empty() || identity->find_local_account ||
+        all_stub().size() > longest_unwaiting_stub) {
+        return true;
+    }
+    return asked({operation, all_stub(), little_endian});
+}
+
+outgoing::outgoing(std::vector<std::uint8_t> pdu) {
+    hold(std::move(pdu));
+}
+
+void outgoing::hold(std::vector<std::uint8_t> pdu) {
+    clear();
+    bytes = std::move(pdu);
     pieces.emplace_back(bytes);
+    pdus = 1;
+}
+
+void outgoing::clear() {
+    pieces.clear();
+    headers.clear();
+    if (bytes.capacity() > kept_memory) {
+        bytes = {};
+    }
+    bytes.clear();
+    block.clear(kept_memory);
+    pdus = 0;
+    numbered = false;
 }
 
 outgoing serve(rpc_call& call) {
-    reply_buffer reply;
+    outgoing answer;
+    serve(call, answer);
+    return answer;
+}
+
+void serve(rpc_call& call, outgoing& answer) {
+    answer.clear();
+    answer.block.take(request_header_size);  // an answer without stub data
+    reply_buffer reply(answer.block);
     const std::uint32_t status = dispatch(call, reply);
     if (!call.answered) {
-        return {};
+        answer.clear();
+        return;
     }
     if (status != 0) {
-        return outgoing(encode_fault(call.call_id, call.context_id, 0, status));
+        answer.hold(encode_fault(call.call_id, call.context_id, 0, status));
+        return;
     }
     try {
-        std::vector<std::uint8_t> bytes = reply.take();
-        if (!call.protection.signs()) {
-            return plain_response(call, std::move(bytes));
+        if (call.protection.signs()) {
+            make_protected_response(call, answer.block.all().subspan(request_header_size), answer);
+        } else {
+            make_plain_response(call, answer);
         }
-        return protected_response(call, std::span<const std::uint8_t>(bytes).subspan(request_header_size));
     } catch (const std::bad_alloc&) {
-        return outgoing(encode_fault(call.call_id, call.context_id, 0, fault_status::no_memory));
+        answer.hold(encode_fault(call.call_id, call.context_id, 0, fault_status::no_memory));
     }
 }
 

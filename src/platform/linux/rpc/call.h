@@ -7,6 +7,7 @@
 #include <span>
 #include <vector>
 
+#include "platform/linux/rpc/byte_block.h"
 #include "platform/linux/rpc/current_call.h"
 #include "platform/linux/rpc/interface_table.h"
 #include "platform/linux/rpc/security_context.h"
@@ -31,17 +32,26 @@ struct rpc_call {
     std::uint16_t context_id = 0;
     std::uint16_t operation = 0;
     bool little_endian = true;
-    bool answered = true;  ///< false: the client wants to hear nothing of it
-    std::vector<std::uint8_t> stub;
+    bool answered = true;                         ///< false: the client wants to hear nothing of it
+    std::vector<std::uint8_t> stub;               ///< empty when `borrowed_stub` isn't
+    std::span<const std::uint8_t> borrowed_stub;  ///< stub data that still lies in the PDU that it came in
     client_identity* identity = nullptr;
     pdu_protection protection;
     std::uint16_t max_fragment = 0;  ///< longest PDU that the client takes
     std::uint32_t local_ipv4 = 0;
+
+    [[nodiscard]] std::span<const std::uint8_t> all_stub() const { return borrowed_stub.empty() ? stub : borrowed_stub; }
+    /// Copies borrowed stub data, so that the PDU may go.
+    void own_stub();
+    /// Whether serving it may take longer than a look at memory: what the interface says of the operation, and what is still to
+    /// be asked about the caller.
+    [[nodiscard]] bool may_wait() const;
 };
 
 /// PDUs on their way out: the pieces in order, over memory that it owns.
 struct outgoing {
-    std::vector<std::uint8_t> bytes;
+    byte_block block;                 ///< a response
+    std::vector<std::uint8_t> bytes;  ///< any other PDU
     std::vector<std::uint8_t> headers;
     std::vector<std::span<const std::uint8_t>> pieces;
     std::uint32_t pdus = 0;
@@ -55,10 +65,17 @@ struct outgoing {
     outgoing(const outgoing&) = delete;
     outgoing& operator=(const outgoing&) = delete;
     ~outgoing() = default;
+
+    /// Takes a PDU in the place of what was here.
+    void hold(std::vector<std::uint8_t> pdu);
+    /// Empties it for the next answer, which finds the memory of a small one.
+    void clear();
 };
 
 /// Serves a call on the calling thread: dispatches it and makes the answer, a response or a fault, protected and in
 /// fragments as the client takes them. Empty for a call that is not to be answered.
 [[nodiscard]] outgoing serve(rpc_call& call);
+/// The same, with the answer in the place of what is in `answer`, whose memory is used again.
+void serve(rpc_call& call, outgoing& answer);
 
 }  // namespace platform::linux_rpc

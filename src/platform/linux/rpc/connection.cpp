@@ -3,40 +3,40 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
-
-#include <boost/asio/buffer.hpp>
-#include <boost/asio/error.hpp>
-#include <boost/asio/post.hpp>
+#include <sys/uio.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
 
 namespace platform::linux_rpc {
-
-namespace asio = boost::asio;
-using boost::system::error_code;
 
 namespace {
 
 /// Pieces that one system call takes.
-constexpr std::size_t pieces_at_once = 64;
+constexpr std::size_t pieces_at_once = 256;
+/// Calls of one connection that are served on the network thread before the others of that thread have their turn.
+constexpr int calls_a_turn = 8;
 
 class call_task final : public pool_task {
 public:
-    call_task(std::shared_ptr<connection> owner, asio::io_context& context, std::unique_ptr<rpc_call> call)
-        : owner_(std::move(owner)), context_(context), call_(std::move(call)) {}
+    call_task(std::shared_ptr<connection> owner, event_loop& events, std::unique_ptr<rpc_call> call)
+        : owner_(std::move(owner)), events_(events), call_(std::move(call)) {}
 
     void run() override {
         answer_ = serve(*call_);
         call_.reset();
     }
     void deliver() override {
-        asio::post(context_,
-                   [owner = std::move(owner_), answer = std::move(answer_)]() mutable { owner->finished(std::move(answer)); });
+        events_.post_action(
+            [owner = std::move(owner_), answer = std::move(answer_)]() mutable { owner->finished(std::move(answer)); });
     }
 
 private:
     std::shared_ptr<connection> owner_;
-    asio::io_context& context_;
+    event_loop& events_;
     std::unique_ptr<rpc_call> call_;
     outgoing answer_;
 };
@@ -44,6 +44,10 @@ private:
 void set_option(int socket, int level, int name, int value) {
     // A socket that doesn't know the option works without it.
     (void)setsockopt(socket, level, name, &value, sizeof(value));
+}
+
+bool would_block(int error) {
+    return error == EAGAIN || error == EWOULDBLOCK;
 }
 
 }  // namespace
@@ -76,17 +80,19 @@ void connection_census::leave(const std::string& address) {
     }
 }
 
-connection::connection(network_loop& loop, socket_type socket, connection_peer peer, std::string census_address, bool tcp)
+connection::connection(network_loop& loop, int socket, connection_peer peer, std::string census_address, bool tcp)
     : loop_(loop),
-      socket_(std::move(socket)),
-      timer_(loop.context),
+      socket_(socket),
       census_address_(std::move(census_address)),
       tcp_(tcp),
       session_(loop.core, std::move(peer)),
-      settled_(clock_type::now()),
+      settled_(event_loop::clock::now()),
       last_progress_(settled_) {}
 
 connection::~connection() {
+    if (socket_ >= 0) {
+        (void)::close(socket_);
+    }
     loop_.census.leave(census_address_);
 }
 
@@ -94,15 +100,16 @@ void connection::start() {
     if (!loop_.core.listening) {
         return;  // accepted in the moment of the stop
     }
-    error_code failure;
-    socket_.non_blocking(true, failure);
     if (tcp_) {
         // Answers are written whole: waiting for more to put into a segment only delays them.
-        set_option(socket_.native_handle(), IPPROTO_TCP, TCP_NODELAY, 1);
-        set_option(socket_.native_handle(), SOL_SOCKET, SO_KEEPALIVE, 1);
+        set_option(socket_, IPPROTO_TCP, TCP_NODELAY, 1);
+        set_option(socket_, SOL_SOCKET, SO_KEEPALIVE, 1);
+    }
+    // Both directions for good: each side's edges are told once, and no call has to ask for them again.
+    if (!loop_.events.watch(*this, socket_, EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET)) {
+        return;
     }
     loop_.live.insert(shared_from_this());
-    read_when_ready();
     watch_deadline();
 }
 
@@ -113,6 +120,7 @@ void connection::retire() {
     close_after_write_ = true;
     if (!serving_ && !writing_) {
         send(outgoing(encode_shutdown()));
+        watch_deadline();
     }
 }
 
@@ -126,48 +134,81 @@ void connection::guarded(Action action) {
     }
 }
 
-void connection::read_when_ready() {
-    // While an answer is due, no more than the next fragment is taken in: who doesn't wait has to hold the rest himself.
-    const bool enough = serving_ && pending_.size() >= loop_.core.limits.fragment_bytes;
-    if (reading_ || closed_ || end_of_input_ || writing_ || enough) {
-        return;
-    }
-    reading_ = true;
-    socket_.async_wait(socket_type::wait_read, [self = shared_from_this()](const error_code& failure) {
-        self->reading_ = false;
-        if (!self->closed_ && !failure) {
-            self->guarded([&self] { self->on_readable(); });
+void connection::on_ready(std::uint32_t events) {
+    guarded([this, events] {
+        if ((events & (EPOLLIN | EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0) {
+            readable_ = true;
+            peer_is_done_ = peer_is_done_ || (events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
+        }
+        served_this_turn_ = 0;
+        if (writing_ && (events & (EPOLLOUT | EPOLLHUP | EPOLLERR)) != 0) {
+            flush();
+            if (!closed_ && !writing_) {
+                resume();
+            }
+        }
+        if (readable_ && may_read()) {
+            read_some();
+        }
+        if (!closed_) {
+            watch_deadline();
         }
     });
 }
 
-void connection::on_readable() {
+void connection::on_turn() {
+    guarded([this] {
+        served_this_turn_ = 0;
+        if (!closed_ && !writing_) {
+            resume();
+        }
+        if (!closed_) {
+            watch_deadline();
+        }
+    });
+}
+
+bool connection::may_read() const {
+    // While an answer or a turn is due, no more than the next fragment is taken in: who doesn't wait has to hold the rest himself.
+    const bool enough = pending_.size() >= (serving_ ? loop_.core.limits.fragment_bytes : loop_.buffer.size() / 2);
+    return !closed_ && !end_of_input_ && !writing_ && !enough;
+}
+
+/// There are no further edges for what is there already, so that another read is the connection's own affair.
+void connection::read_on() {
+    if (readable_ && may_read()) {
+        loop_.events.give_turn(*this);
+    }
+}
+
+void connection::read_some() {
     if (lingering_) {
         discard_input();
         return;
-    }
-    if (writing_) {
-        return;  // taken up again when the answer is out
     }
     const std::size_t kept = pending_.size();
     std::copy(pending_.begin(), pending_.end(), loop_.buffer.begin());
     const std::size_t room =
         serving_ ? std::min<std::size_t>(loop_.core.limits.fragment_bytes, loop_.buffer.size() - kept) : loop_.buffer.size() - kept;
-    error_code failure;
-    const std::size_t received = socket_.read_some(asio::buffer(loop_.buffer.data() + kept, room), failure);
-    if (failure == asio::error::would_block || failure == asio::error::interrupted) {
-        read_when_ready();
-        return;
-    }
-    if (failure == asio::error::eof && serving_) {
+    const ssize_t received = recv(socket_, loop_.buffer.data() + kept, room, 0);
+    if (received < 0 && errno == EINTR) {
+        read_on();
+    } else if (received < 0 && would_block(errno)) {
+        readable_ = false;
+    } else if (received == 0 && serving_) {
         end_of_input_ = true;  // whoever closed only one direction still gets the answers
-        return;
-    }
-    if (failure) {
+    } else if (received <= 0) {
         close();
-        return;
+    } else {
+        // Less than there is room for is all there is, and more of it comes with an edge of its own. The end has none to come.
+        readable_ = static_cast<std::size_t>(received) == room || peer_is_done_;
+        take_read(kept, static_cast<std::size_t>(received));
     }
-    last_progress_ = clock_type::now();
+}
+
+/// What was read stands in the loop's buffer, behind what was kept of the last time.
+void connection::take_read(std::size_t kept, std::size_t received) {
+    last_progress_ = loop_.events.now();
     pending_.clear();
     consume(std::span(loop_.buffer).first(kept + received));
     if (closed_) {
@@ -175,19 +216,18 @@ void connection::on_readable() {
     }
     if (tcp_ && (!pending_.empty() || session_.request_incomplete())) {
         // The client's stack may hold the rest back until this part is acknowledged.
-        set_option(socket_.native_handle(), IPPROTO_TCP, TCP_QUICKACK, 1);
+        set_option(socket_, IPPROTO_TCP, TCP_QUICKACK, 1);
     }
-    read_when_ready();
-    watch_deadline();
+    read_on();
 }
 
 void connection::discard_input() {
-    error_code failure;
+    ssize_t received = 0;
     do {
-        (void)socket_.read_some(asio::buffer(loop_.buffer), failure);
-    } while (!failure);
-    if (failure == asio::error::would_block || failure == asio::error::interrupted) {
-        read_when_ready();
+        received = recv(socket_, loop_.buffer.data(), loop_.buffer.size(), 0);
+    } while (received > 0 || (received < 0 && errno == EINTR));
+    if (received < 0 && would_block(errno)) {
+        readable_ = false;
     } else {
         close();
     }
@@ -196,7 +236,7 @@ void connection::discard_input() {
 /// Takes the PDUs that are whole; keeps what is left in `pending_`.
 void connection::consume(std::span<std::uint8_t> data) {
     if (!serving_ && session_.established()) {
-        settled_ = clock_type::now();  // what comes now may begin another authentication, which has the time to bind again
+        settled_ = loop_.events.now();  // what comes now may begin another authentication, which has the time to bind again
     }
     while (!closed_ && !writing_ && !close_after_write_) {
         const auto header = decode_header(data);
@@ -213,10 +253,14 @@ void connection::consume(std::span<std::uint8_t> data) {
         if (data.size() < header->fragment_length || (serving_ && !take_out_of_turn(*header))) {
             break;
         }
+        if (served_this_turn_ == calls_a_turn) {
+            loop_.events.give_turn(*this);
+            break;
+        }
         const std::span<std::uint8_t> pdu = data.first(header->fragment_length);
         data = data.subspan(pdu.size());
         if (!serving_) {
-            perform(session_.take(*header, pdu));
+            perform(session_.take_lending(*header, pdu));
         }
     }
     if (closed_ || lingering_) {
@@ -249,12 +293,43 @@ void connection::perform(session_step step) {
 }
 
 void connection::serve_call(std::unique_ptr<rpc_call> call) {
+    if (loop_.core.listening && !call->may_wait()) {
+        serve_here(std::move(call));
+    } else {
+        serve_in_pool(std::move(call));
+    }
+}
+
+/// On the network thread: handing such a call to another one would take longer than serving it.
+void connection::serve_here(std::unique_ptr<rpc_call> call) {
+    ++served_this_turn_;
+    serve(*call, loop_.answer);
+    session_.take_back(std::move(call));
+    loop_.core.counters.calls_out.add(1);
+    if (loop_.answer.pieces.empty()) {
+        return;
+    }
+    loop_.core.counters.pdus_out.add(loop_.answer.pdus);
+    ssize_t sent = 0;
+    if (loop_.answer.pieces.size() == 1) {
+        const std::span<const std::uint8_t> all = loop_.answer.pieces[0];
+        sent = ::send(socket_, all.data(), all.size(), MSG_NOSIGNAL);
+        if (sent == static_cast<ssize_t>(all.size())) {
+            last_progress_ = loop_.events.now();
+            return;
+        }
+    }
+    begin_write(std::exchange(loop_.answer, {}), sent > 0 ? static_cast<std::size_t>(sent) : 0);
+}
+
+void connection::serve_in_pool(std::unique_ptr<rpc_call> call) {
     const std::uint32_t id = call->call_id;
     const std::uint16_t context_id = call->context_id;
     const bool answered = call->answered;
     serving_id_ = id;
     abandoned_ = false;
-    std::unique_ptr<pool_task> task = std::make_unique<call_task>(shared_from_this(), loop_.context, std::move(call));
+    call->own_stub();
+    std::unique_ptr<pool_task> task = std::make_unique<call_task>(shared_from_this(), loop_.events, std::move(call));
     serving_ = loop_.core.listening && loop_.pool.start(task);
     if (serving_) {
         return;
@@ -267,14 +342,15 @@ void connection::serve_call(std::unique_ptr<rpc_call> call) {
 
 void connection::finished(outgoing answer) {
     serving_ = false;
-    loop_.core.counters.calls_out.fetch_add(1, std::memory_order_relaxed);
+    loop_.core.counters.calls_out.add(1);
     if (!closed_) {
         guarded([this, &answer] { answer_call(std::move(answer)); });
     }
 }
 
 void connection::answer_call(outgoing answer) {
-    last_progress_ = clock_type::now();
+    last_progress_ = loop_.events.now();
+    served_this_turn_ = 0;
     // A signed answer goes out even when the call was abandoned, as one does that crosses with the abandonment: the client
     // throws it away, but its signature is one of a sequence.
     if (answer.pieces.empty() || (abandoned_ && !answer.numbered)) {
@@ -289,10 +365,15 @@ void connection::answer_call(outgoing answer) {
 }
 
 void connection::send(outgoing answer) {
-    loop_.core.counters.pdus_out.fetch_add(answer.pdus, std::memory_order_relaxed);
+    loop_.core.counters.pdus_out.add(answer.pdus);
+    begin_write(std::move(answer), 0);
+}
+
+/// Writes an answer whose first bytes are out already.
+void connection::begin_write(outgoing answer, std::size_t sent) {
     out_ = std::move(answer);
     out_piece_ = 0;
-    out_offset_ = 0;
+    out_offset_ = sent;
     writing_ = true;
     flush();
 }
@@ -309,26 +390,25 @@ void connection::flush() {
 /// Writes as much as the socket takes. True: everything is out.
 bool connection::write_pieces() {
     while (out_piece_ < out_.pieces.size()) {
-        std::vector<asio::const_buffer> buffers;
-        for (std::size_t i = out_piece_; i < out_.pieces.size() && buffers.size() < pieces_at_once; ++i) {
-            buffers.emplace_back(out_.pieces[i].data(), out_.pieces[i].size());
+        std::array<iovec, pieces_at_once> vectors;
+        std::size_t count = 0;
+        for (std::size_t i = out_piece_; i < out_.pieces.size() && count < vectors.size(); ++i, ++count) {
+            const std::span<const std::uint8_t> rest = out_.pieces[i].subspan(count == 0 ? out_offset_ : 0);
+            vectors[count] = {const_cast<std::uint8_t*>(rest.data()), rest.size()};
         }
-        buffers[0] += out_offset_;
-        error_code failure;
-        std::size_t written = socket_.write_some(buffers, failure);
-        if (failure == asio::error::would_block) {
-            socket_.async_wait(socket_type::wait_write, [self = shared_from_this()](const error_code& cancelled) {
-                if (!self->closed_ && !cancelled) {
-                    self->guarded([&self] { self->on_writable(); });
-                }
-            });
-            return false;
+        msghdr message{};
+        message.msg_iov = vectors.data();
+        message.msg_iovlen = count;
+        const ssize_t result = sendmsg(socket_, &message, MSG_NOSIGNAL);
+        if (result < 0 && would_block(errno)) {
+            return false;  // room makes an edge
         }
-        if (failure && failure != asio::error::interrupted) {
+        if (result < 0 && errno != EINTR) {
             close();
             return false;
         }
-        last_progress_ = written == 0 ? last_progress_ : clock_type::now();
+        std::size_t written = result > 0 ? static_cast<std::size_t>(result) : 0;
+        last_progress_ = written == 0 ? last_progress_ : loop_.events.now();
         for (; out_piece_ < out_.pieces.size() && written >= out_.pieces[out_piece_].size() - out_offset_; ++out_piece_) {
             written -= out_.pieces[out_piece_].size() - out_offset_;
             out_offset_ = 0;
@@ -336,14 +416,6 @@ bool connection::write_pieces() {
         out_offset_ += written;
     }
     return true;
-}
-
-void connection::on_writable() {
-    flush();
-    if (!closed_ && !writing_) {
-        resume();
-    }
-    watch_deadline();
 }
 
 void connection::after_write() {
@@ -363,7 +435,11 @@ void connection::resume() {
     if (end_of_input_ && !serving_ && !writing_) {
         close();
     }
-    read_when_ready();
+    if (served_this_turn_ == calls_a_turn) {
+        read_on();
+    } else if (readable_ && may_read()) {
+        read_some();
+    }
 }
 
 /// Closing at once, with input unread, would make the peer's system throw the last answer away. So the output is ended, and
@@ -374,10 +450,9 @@ void connection::linger() {
     }
     lingering_ = true;
     pending_ = {};
-    last_progress_ = clock_type::now();
-    error_code ignored;
-    socket_.shutdown(socket_type::shutdown_send, ignored);
-    read_when_ready();
+    last_progress_ = loop_.events.now();
+    (void)shutdown(socket_, SHUT_WR);
+    read_on();
 }
 
 void connection::close() {
@@ -385,13 +460,14 @@ void connection::close() {
         return;
     }
     closed_ = true;
-    error_code ignored;
-    socket_.close(ignored);
-    timer_.cancel(ignored);
-    loop_.live.erase(shared_from_this());
+    const std::shared_ptr<connection> self = shared_from_this();
+    loop_.events.forget(*this, self);
+    (void)::close(socket_);
+    socket_ = -1;
+    loop_.live.erase(self);
 }
 
-connection::clock_type::time_point connection::deadline() const {
+connection::time_point connection::deadline() const {
     const rpc_limits& limits = loop_.core.limits;
     if (lingering_) {
         return last_progress_ + limits.linger_time;
@@ -400,7 +476,7 @@ connection::clock_type::time_point connection::deadline() const {
         return last_progress_ + limits.write_time;
     }
     if (serving_) {
-        return clock_type::time_point::max();
+        return time_point::max();
     }
     if (!session_.established()) {
         return settled_ + limits.bind_time;
@@ -409,35 +485,28 @@ connection::clock_type::time_point connection::deadline() const {
     return last_progress_ + (incomplete ? limits.fragment_time : limits.idle_time);
 }
 
-/// The timer is moved only when it would come too late: most deadlines are pushed back before they are due.
+/// The moment is moved only when it would come too late: most deadlines are pushed back before they are due.
 void connection::watch_deadline() {
     if (closed_) {
         return;
     }
-    const auto due = deadline();
-    if (due == clock_type::time_point::max() || (timer_armed_ && timer_at_ <= due)) {
-        return;
+    const time_point due = deadline();
+    if (due < watched_deadline_) {
+        watched_deadline_ = due;
+        loop_.events.wake_at(*this, due);
     }
-    timer_armed_ = true;
-    timer_at_ = due;
-    timer_.expires_at(due);
-    timer_.async_wait([self = shared_from_this()](const error_code& cancelled) {
-        if (!cancelled) {
-            self->on_timer();
-        }
-    });
 }
 
-void connection::on_timer() {
-    timer_armed_ = false;
+void connection::on_time() {
+    watched_deadline_ = time_point::max();
     if (closed_) {
         return;
     }
-    if (clock_type::now() >= deadline()) {
+    if (event_loop::clock::now() >= deadline()) {
         if (writing_ || lingering_) {
             // Otherwise the system would go on trying to get rid of what the peer doesn't take.
             const ::linger at_once{1, 0};
-            (void)setsockopt(socket_.native_handle(), SOL_SOCKET, SO_LINGER, &at_once, sizeof(at_once));
+            (void)setsockopt(socket_, SOL_SOCKET, SO_LINGER, &at_once, sizeof(at_once));
         }
         close();
         return;

@@ -1,10 +1,5 @@
 #pragma once
 
-#include "platform/linux/rpc/network_loop.h"
-
-#include <boost/asio/generic/stream_protocol.hpp>
-#include <boost/asio/steady_timer.hpp>
-
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -14,21 +9,24 @@
 #include <vector>
 
 #include "platform/linux/rpc/call.h"
+#include "platform/linux/rpc/network_loop.h"
 #include "platform/linux/rpc/session.h"
 
 namespace platform::linux_rpc {
 
-/// One connection: moves bytes between its socket and its `session`, hands calls to the pool and watches the time. Lives on
-/// the thread of its loop; only the pool's task touches it from elsewhere, by posting the answer.
-class connection final : public std::enable_shared_from_this<connection> {
+/// One connection: moves bytes between its socket and its `session`, serves calls or hands them to the pool, and watches the time.
+/// Lives on the thread of its loop; only the pool's task touches it from elsewhere, by posting the answer.
+class connection final : public loop_client, public std::enable_shared_from_this<connection> {
 public:
-    using socket_type = boost::asio::generic::stream_protocol::socket;
-
-    /// `census_address` is what the connection was counted under.
-    connection(network_loop& loop, socket_type socket, connection_peer peer, std::string census_address, bool tcp);
-    ~connection();
+    /// Takes the socket over, which doesn't block. `census_address` is what the connection was counted under.
+    connection(network_loop& loop, int socket, connection_peer peer, std::string census_address, bool tcp);
+    ~connection() override;
     connection(const connection&) = delete;
     connection& operator=(const connection&) = delete;
+
+    void on_ready(std::uint32_t events) override;
+    void on_turn() override;
+    void on_time() override;
 
     void start();
     /// Takes no further call: ends at once, or when the call in progress has been answered.
@@ -37,34 +35,34 @@ public:
     void finished(outgoing answer);
 
 private:
-    using clock_type = std::chrono::steady_clock;
-
     /// Runs an action of the loop; one that throws, for lack of memory, costs this connection and no other.
     template <typename Action>
     void guarded(Action action);
-    void read_when_ready();
-    void on_readable();
+    [[nodiscard]] bool may_read() const;
+    void read_on();
+    void read_some();
+    void take_read(std::size_t kept, std::size_t received);
     void discard_input();
     void consume(std::span<std::uint8_t> data);
     bool take_out_of_turn(const pdu_header& header);
     void perform(session_step step);
     void serve_call(std::unique_ptr<rpc_call> call);
+    void serve_here(std::unique_ptr<rpc_call> call);
+    void serve_in_pool(std::unique_ptr<rpc_call> call);
     void answer_call(outgoing answer);
     void send(outgoing answer);
+    void begin_write(outgoing answer, std::size_t sent);
     void flush();
     bool write_pieces();
-    void on_writable();
     void after_write();
     void resume();
     void linger();
     void close();
-    [[nodiscard]] clock_type::time_point deadline() const;
+    [[nodiscard]] time_point deadline() const;
     void watch_deadline();
-    void on_timer();
 
     network_loop& loop_;
-    socket_type socket_;
-    boost::asio::steady_timer timer_;
+    int socket_;
     const std::string census_address_;
     const bool tcp_;
     session session_;
@@ -75,7 +73,9 @@ private:
     std::size_t out_offset_ = 0;
 
     std::uint32_t serving_id_ = 0;
-    bool reading_ = false;
+    int served_this_turn_ = 0;
+    bool readable_ = false;      ///< there may be input that hasn't been read
+    bool peer_is_done_ = false;  ///< and behind it the end or a failure, of which no further edge will tell
     bool serving_ = false;
     bool abandoned_ = false;
     bool writing_ = false;
@@ -83,10 +83,9 @@ private:
     bool close_after_write_ = false;
     bool lingering_ = false;
     bool closed_ = false;
-    bool timer_armed_ = false;
-    clock_type::time_point settled_;  ///< when the session was last seen established; until it is, when the connection was made
-    clock_type::time_point last_progress_;
-    clock_type::time_point timer_at_;
+    time_point settled_;  ///< when the session was last seen established; until it is, when the connection was made
+    time_point last_progress_;
+    time_point watched_deadline_ = time_point::max();  ///< the moment that the loop wakes the connection at
 };
 
 }  // namespace platform::linux_rpc

@@ -117,6 +117,7 @@ rpc_interface endpoint_mapper::description() {
     described.uuid = uuid_from_text("e1af8308-5d1f-11c9-91a4-08002b14a0fa");
     described.major_version = 3;
     described.operations = 7;
+    described.may_wait = [](const rpc_request&) { return false; };
     described.dispatch = [this](const rpc_request& request, rpc_reply& reply) { return dispatch(request, reply); };
     return described;
 }

@@ -21,6 +21,10 @@ context_result rejection(std::uint16_t reason) {
     return {negotiation::provider_rejection, reason, {}};
 }
 
+offered_interface_ptr counted_apart(const offered_interface_ptr& shared) {
+    return {std::make_shared<const offered_interface_ptr>(shared), shared.get()};
+}
+
 }  // namespace
 
 syntax_id id_of(const rpc_interface& description) {
@@ -95,17 +99,18 @@ context_result presentation_contexts::judge(const context_offer& offer, bool bin
     if (accepted_.size() >= limit) {
         return rejection(negotiation::local_limit_exceeded);
     }
-    accepted_.push_back({offer.id, std::move(target)});
+    accepted_.push_back({offer.id, counted_apart(target)});
     return {negotiation::acceptance, 0, ndr_transfer_syntax()};
 }
 
-offered_interface_ptr presentation_contexts::find(std::uint16_t id) const {
+const offered_interface_ptr& presentation_contexts::find(std::uint16_t id) const {
+    static const offered_interface_ptr none;
     for (const accepted_context& context : accepted_) {
         if (context.id == id) {
             return context.target;
         }
     }
-    return nullptr;
+    return none;
 }
 
 }  // namespace platform::linux_rpc

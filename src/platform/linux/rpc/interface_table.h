@@ -42,11 +42,12 @@ public:
     std::vector<context_result> negotiate(const std::vector<context_offer>& offers, bool binding, const interface_table& interfaces,
                                           std::size_t limit);
     /// Null when the id was never accepted.
-    [[nodiscard]] offered_interface_ptr find(std::uint16_t id) const;
+    [[nodiscard]] const offered_interface_ptr& find(std::uint16_t id) const;
 
 private:
     struct accepted_context {
         std::uint16_t id;
+        /// Counted for this connection alone: calls of all connections would else fight for one counter.
         offered_interface_ptr target;
     };
     context_result judge(const context_offer& offer, bool binding, const interface_table& interfaces, std::size_t limit);

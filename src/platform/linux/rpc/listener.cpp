@@ -8,8 +8,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <boost/asio/post.hpp>
-
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -21,9 +19,6 @@
 #include "platform/rpc_runtime.h"
 
 namespace platform::linux_rpc {
-
-namespace asio = boost::asio;
-using boost::system::error_code;
 
 namespace {
 
@@ -246,43 +241,38 @@ std::uint32_t listening_socket::open_local(const std::string& path, std::uint32_
 }
 
 listener::listener(network_loop& home, std::vector<network_loop*> loops, listening_socket socket)
-    : home_(home), loops_(std::move(loops)), socket_(std::move(socket)), acceptor_(home.context), timer_(home.context) {}
+    : home_(home), loops_(std::move(loops)), socket_(std::move(socket)) {}
 
 void listener::start() {
-    // The acceptor closes what it is given; the socket file stays with `socket_`.
-    error_code failure;
-    acceptor_.assign(asio::generic::stream_protocol(socket_.family(), 0), dup(socket_.handle()), failure);
-    if (!failure) {
-        accept_when_ready();
+    if (!home_.events.watch(*this, socket_.handle(), EPOLLIN)) {
+        home_.core.report("A network endpoint cannot be served: the process is short of memory.");
     }
 }
 
 void listener::stop() {
-    stopped_ = true;
-    error_code ignored;
-    acceptor_.close(ignored);
-    timer_.cancel(ignored);
+    home_.events.forget(*this, shared_from_this());
     socket_ = listening_socket();
 }
 
-void listener::accept_when_ready() {
-    acceptor_.async_wait(asio::socket_base::wait_read, [self = shared_from_this()](const error_code& failure) {
-        if (!failure && !self->stopped_) {
-            self->accept_some();
-        }
-    });
+void listener::on_ready(std::uint32_t /*events*/) {
+    accept_some();
+}
+
+void listener::on_time() {
+    home_.events.change(*this, EPOLLIN);
+    accept_some();
 }
 
 void listener::accept_some() {
     try {
         if (take_in_waiting()) {
             short_ = false;
-            accept_when_ready();
             return;
         }
     } catch (const std::exception&) {  // no memory for a connection, which is closed by now
     }
-    pause();
+    home_.events.change(*this, 0);
+    home_.events.wake_at(*this, home_.events.now() + shortage_pause);
     if (!std::exchange(short_, true)) {
         home_.core.report("No new connection can be accepted: the process is short of descriptors or memory.");
     }
@@ -303,24 +293,8 @@ bool listener::take_in_waiting() {
     return true;
 }
 
-void listener::pause() {
-    timer_.expires_after(shortage_pause);
-    timer_.async_wait([self = shared_from_this()](const error_code& cancelled) {
-        if (!cancelled && !self->stopped_) {
-            self->accept_some();
-        }
-    });
-}
-
 void listener::take_in(int accepted) {
     network_loop& loop = *loops_[next_++ % loops_.size()];
-    error_code failure;
-    connection::socket_type socket(loop.context);
-    socket.assign(asio::generic::stream_protocol(socket_.family(), 0), accepted, failure);
-    if (failure) {
-        (void)::close(accepted);
-        return;
-    }
     connection_peer peer;
     std::string census_address;
     const bool tcp = socket_.family() != AF_UNIX;
@@ -328,6 +302,7 @@ void listener::take_in(int accepted) {
         socket_address remote;
         socket_address own;
         if (getpeername(accepted, remote.get(), &remote.size) != 0 || getsockname(accepted, own.get(), &own.size) != 0) {
+            (void)::close(accepted);
             return;  // gone already
         }
         peer.address = text_of(remote);
@@ -338,16 +313,18 @@ void listener::take_in(int accepted) {
     }
     if (!home_.census.enter(census_address, home_.core.limits)) {
         home_.core.report("A connection of RPC client " + peer.address + " was refused: there are too many.");
+        (void)::close(accepted);
         return;
     }
     std::shared_ptr<connection> made;
     try {
-        made = std::make_shared<connection>(loop, std::move(socket), std::move(peer), census_address, tcp);
+        made = std::make_shared<connection>(loop, accepted, std::move(peer), census_address, tcp);
     } catch (const std::exception&) {
         home_.census.leave(census_address);
+        (void)::close(accepted);
         throw;
     }
-    asio::post(loop.context, [made = std::move(made)] { made->start(); });
+    loop.events.post_action([made = std::move(made)] { made->start(); });
 }
 
 }  // namespace platform::linux_rpc

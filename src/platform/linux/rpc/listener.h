@@ -1,17 +1,12 @@
 #pragma once
 
-#include "platform/linux/rpc/network_loop.h"
-
-#include <boost/asio/basic_socket_acceptor.hpp>
-#include <boost/asio/generic/stream_protocol.hpp>
-#include <boost/asio/steady_timer.hpp>
-
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "platform/linux/rpc/network_loop.h"
 #include "platform/linux/rpc/session.h"
 
 namespace platform::linux_rpc {
@@ -48,27 +43,25 @@ private:
 };
 
 /// Accepts connections and spreads them over the loops. Lives on the thread of `home`.
-class listener final : public std::enable_shared_from_this<listener> {
+class listener final : public loop_client, public std::enable_shared_from_this<listener> {
 public:
     listener(network_loop& home, std::vector<network_loop*> loops, listening_socket socket);
 
     void start();
     void stop();
 
+    void on_ready(std::uint32_t events) override;
+    void on_time() override;
+
 private:
-    void accept_when_ready();
     void accept_some();
     bool take_in_waiting();
     void take_in(int accepted);
-    void pause();
 
     network_loop& home_;
     std::vector<network_loop*> loops_;
     std::size_t next_ = 0;
     listening_socket socket_;
-    boost::asio::basic_socket_acceptor<boost::asio::generic::stream_protocol> acceptor_;
-    boost::asio::steady_timer timer_;
-    bool stopped_ = false;
     bool short_ = false;  ///< of descriptors or memory, and said so
 };
 

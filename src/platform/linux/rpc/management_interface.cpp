@@ -36,8 +36,8 @@ std::uint32_t write_statistics(const server_core& core, wire_reader& in, wire_wr
     if (in.failed()) {
         return rpc_status::bad_stub_data;
     }
-    const std::array<std::uint32_t, 4> values{core.counters.calls_in, core.counters.calls_out, core.counters.pdus_in,
-                                              core.counters.pdus_out};
+    const std::array<std::uint32_t, 4> values{core.counters.calls_in.total(), core.counters.calls_out.total(),
+                                              core.counters.pdus_in.total(), core.counters.pdus_out.total()};
     const std::uint32_t count = std::min<std::uint32_t>(asked, values.size());
     out.u32(count);
     out.u32(count);
@@ -99,6 +99,7 @@ rpc_interface management_interface(server_core& core) {
     described.uuid = uuid_from_text("afa8bd80-7d8a-11c9-bef4-08002b102989");
     described.major_version = 1;
     described.operations = operation_count;
+    described.may_wait = [](const rpc_request&) { return false; };
     described.dispatch = [&core](const rpc_request& request, rpc_reply& reply) {
         std::vector<std::uint8_t> stub;
         const std::uint32_t status = answer(core, request, stub);

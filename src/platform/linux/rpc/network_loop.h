@@ -1,9 +1,5 @@
 #pragma once
 
-#include <utility>
-
-#include <boost/asio/io_context.hpp>
-
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -14,7 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "platform/linux/rpc/call.h"
 #include "platform/linux/rpc/call_pool.h"
+#include "platform/linux/rpc/event_loop.h"
 #include "platform/linux/rpc/server_core.h"
 
 namespace platform::linux_rpc {
@@ -34,7 +32,7 @@ private:
     std::map<std::string, std::size_t> by_address_;
 };
 
-/// What the connections of one network thread share. Everything here is used on that thread only, but `context`'s posting.
+/// What the connections of one network thread share. Everything here is used on that thread only, but `events`' posting.
 struct network_loop {
     static constexpr std::size_t buffer_size = std::size_t{128} * 1024;
 
@@ -46,8 +44,10 @@ struct network_loop {
     connection_census& census;
     /// What was read last, of whichever connection: one that lacks nothing keeps no buffer of its own.
     std::vector<std::uint8_t> buffer;
+    /// The answer of the call that is served on this thread at the moment.
+    outgoing answer;
     std::set<std::shared_ptr<connection>> live;
-    boost::asio::io_context context{1};
+    event_loop events;
 };
 
 }  // namespace platform::linux_rpc

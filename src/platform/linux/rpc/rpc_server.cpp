@@ -1,14 +1,10 @@
 #include "platform/linux/rpc/rpc_server.h"
 
-#include "platform/linux/rpc/network_loop.h"
-
 #include <netdb.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <boost/asio/executor_work_guard.hpp>
-#include <boost/asio/post.hpp>
 #include <boost/thread/thread.hpp>
 
 #include <algorithm>
@@ -23,11 +19,10 @@
 #include "platform/linux/rpc/endpoint_mapper.h"
 #include "platform/linux/rpc/listener.h"
 #include "platform/linux/rpc/management_interface.h"
+#include "platform/linux/rpc/network_loop.h"
 #include "platform/linux/rpc/unicode.h"
 
 namespace platform::linux_rpc {
-
-namespace asio = boost::asio;
 
 namespace {
 
@@ -67,14 +62,13 @@ std::string qualified_host_name() {
 
 class network_thread {
 public:
-    network_thread(server_core& core, call_pool& pool, connection_census& census)
-        : loop(core, pool, census), work_(loop.context.get_executor()) {
+    network_thread(server_core& core, call_pool& pool, connection_census& census) : loop(core, pool, census) {
         boost::thread::attributes attributes;
         attributes.set_stack_size(network_stack_size);
-        thread_ = boost::thread(attributes, [this] { serve(); });
+        thread_ = boost::thread(attributes, [this] { loop.events.run(); });
     }
     ~network_thread() {
-        loop.context.stop();
+        loop.events.stop();
         thread_.join();
         loop.live.clear();
     }
@@ -85,26 +79,13 @@ public:
     template <typename Action>
     void run(Action action) {
         std::packaged_task<void()> task(std::move(action));
-        asio::post(loop.context, [&task] { task(); });
+        loop.events.post_action([&task] { task(); });
         task.get_future().get();
     }
 
     network_loop loop;
 
 private:
-    /// Connections and listeners answer for their own failures. What gets here all the same is a lack of memory in the middle of
-    /// that, and must not end the process.
-    void serve() {
-        for (bool ended = false; !ended;) {
-            try {
-                loop.context.run();
-                ended = true;
-            } catch (const std::exception&) {  // there is no memory to tell anybody with
-            }
-        }
-    }
-
-    asio::executor_work_guard<asio::io_context::executor_type> work_;
     boost::thread thread_;
 };
 

@@ -4,6 +4,20 @@
 
 namespace platform::linux_rpc {
 
+std::uint32_t busy_counter::total() const {
+    std::uint32_t sum = 0;
+    for (const shard& part : shards_) {
+        sum += part.value.load(std::memory_order_relaxed);
+    }
+    return sum;
+}
+
+std::size_t busy_counter::own_shard() {
+    static std::atomic<std::size_t> threads{0};
+    thread_local const std::size_t own = threads.fetch_add(1, std::memory_order_relaxed) % shard_count;
+    return own;
+}
+
 std::uint32_t association_groups::join(std::uint32_t wanted) {
     const std::lock_guard lock(mutex_);
     if (wanted != 0) {

@@ -8,6 +8,9 @@ namespace {
 
 /// Room for a header, a verifier and some stub data: a client that takes less can't be answered.
 constexpr std::uint16_t smallest_fragment = 256;
+constexpr std::size_t stub_alignment = 8;
+/// A request gets memory for what its client announces, but for no more than so many times what has come.
+constexpr std::size_t trusted_factor = 8;
 
 session_step closing(std::vector<std::uint8_t> answer = {}) {
     session_step step;
@@ -68,7 +71,22 @@ std::optional<session_step> session::judge_header(const pdu_header& header) cons
 }
 
 session_step session::take(const pdu_header& header, std::span<std::uint8_t> pdu) {
-    core_.counters.pdus_in.fetch_add(1, std::memory_order_relaxed);
+    session_step step = take_lending(header, pdu);
+    if (step.call) {
+        step.call->own_stub();
+    }
+    return step;
+}
+
+void session::take_back(std::unique_ptr<rpc_call> call) {
+    call->target.reset();
+    call->borrowed_stub = {};
+    call->stub = {};
+    spare_call_ = std::move(call);
+}
+
+session_step session::take_lending(const pdu_header& header, std::span<std::uint8_t> pdu) {
+    core_.counters.pdus_in.add(1);
     switch (header.type) {
         case pdu_type::bind:
             return take_bind(header, pdu);
@@ -81,7 +99,7 @@ session_step session::take(const pdu_header& header, std::span<std::uint8_t> pdu
         case pdu_type::co_cancel:
             return {};  // a call can't be stopped half way; its answer comes as if nobody had asked
         case pdu_type::orphaned:
-            if (assembly_ && assembly_->call->call_id == header.call_id) {
+            if (assembly_.call && assembly_.call->call_id == header.call_id) {
                 drop_assembly();
             }
             return {};
@@ -146,7 +164,7 @@ session_step session::take_bind(const pdu_header& header, std::span<const std::u
 session_step session::take_alter_context(const pdu_header& header, std::span<const std::uint8_t> pdu) {
     const std::size_t verifier = header.auth_length == 0 ? 0 : header.auth_length + auth_trailer_size;
     const auto body = decode_bind_body(pdu.subspan(pdu_header_size, pdu.size() - pdu_header_size - verifier), header.little_endian);
-    if (!bound_ || !body || assembly_) {
+    if (!bound_ || !body || assembly_.call) {
         return closing(refused_call(header.call_id, 0, fault_status::protocol_error));
     }
     std::vector<std::uint8_t> reply;
@@ -170,7 +188,7 @@ session_step session::take_alter_context(const pdu_header& header, std::span<con
 
 session_step session::take_auth3(const pdu_header& header, std::span<const std::uint8_t> pdu) {
     const auto trailer = decode_auth_trailer(header, pdu, pdu_header_size);
-    if (!bound_ || !trailer || assembly_) {
+    if (!bound_ || !trailer || assembly_.call) {
         return closing();
     }
     // There is no answer to auth3: a refusal is told by the fault of the next request.
@@ -282,13 +300,13 @@ std::uint32_t session::check_security(const pdu_header& header, std::span<std::u
 session_step session::take_request(const pdu_header& header, std::span<std::uint8_t> pdu) {
     const bool first = header.has(pdu_flag::first);
     wire_reader reader(std::span<const std::uint8_t>(pdu).subspan(pdu_header_size), header.little_endian);
-    reader.skip(4);  // alloc_hint: a claim, on which nothing is built
     request_head head;
+    head.stub_hint = reader.u32();
     head.context_id = reader.u16();
     head.operation = reader.u16();
     head.body_offset = request_header_size + (header.has(pdu_flag::object_uuid) ? object_uuid_size : 0);
-    if (!bound_ || pdu.size() < head.body_offset || first == (assembly_ != nullptr) ||
-        (!first && assembly_->call->call_id != header.call_id)) {
+    if (!bound_ || pdu.size() < head.body_offset || first == (assembly_.call != nullptr) ||
+        (!first && assembly_.call->call_id != header.call_id)) {
         return closing(refused_call(header.call_id, head.context_id, fault_status::protocol_error));
     }
     std::size_t stub_end = 0;
@@ -305,10 +323,10 @@ session_step session::take_request(const pdu_header& header, std::span<std::uint
 }
 
 void session::begin_assembly(const pdu_header& header, const request_head& head, authentication* security) {
-    assembly_ = std::make_unique<assembly>();
-    assembly_->security = security;
-    assembly_->call = std::make_unique<rpc_call>();
-    rpc_call& call = *assembly_->call;
+    assembly_.security = security;
+    assembly_.refusal = 0;
+    assembly_.call = spare_call_ ? std::move(spare_call_) : std::make_unique<rpc_call>();
+    rpc_call& call = *assembly_.call;
     call.target = contexts_.find(head.context_id);
     call.call_id = header.call_id;
     call.context_id = head.context_id;
@@ -318,60 +336,81 @@ void session::begin_assembly(const pdu_header& header, const request_head& head,
     call.max_fragment = max_transmit_;
     call.local_ipv4 = peer_.local_ipv4;
     call.identity = security != nullptr ? &security->identity : &peer_.identity;
-    if (security != nullptr) {
-        call.protection = {security->type, security->level, security->id, security->context.get()};
-    }
+    call.protection = security != nullptr ? pdu_protection{security->type, security->level, security->id, security->context.get()}
+                                          : pdu_protection{};
     if (!call.target) {
-        assembly_->refusal = fault_status::unknown_interface;
+        assembly_.refusal = fault_status::unknown_interface;
     } else if (call.operation >= call.target->description.operations) {
-        assembly_->refusal = fault_status::operation_range;
+        assembly_.refusal = fault_status::operation_range;
     }
+    assembly_.stub_hint = head.stub_hint;
 }
 
-std::size_t session::request_limit(const assembly& incoming) const {
+std::size_t session::request_limit() const {
+    const rpc_call& call = *assembly_.call;
     const std::size_t limit =
-        incoming.call->identity->authenticated ? core_.limits.request_bytes : core_.limits.unauthenticated_request_bytes;
-    return incoming.call->target ? std::min<std::size_t>(limit, incoming.call->target->max_request_size) : limit;
+        call.identity->authenticated ? core_.limits.request_bytes : core_.limits.unauthenticated_request_bytes;
+    return call.target ? std::min<std::size_t>(limit, call.target->max_request_size) : limit;
 }
 
 session_step session::continue_request(const pdu_header& header, authentication* security, std::span<const std::uint8_t> stub) {
-    rpc_call& call = *assembly_->call;
-    if (assembly_->security != security || call.little_endian != header.little_endian) {
+    rpc_call& call = *assembly_.call;
+    if (assembly_.security != security || call.little_endian != header.little_endian) {
         return closing(refused_call(header.call_id, call.context_id, fault_status::protocol_error));
     }
-    if (assembly_->refusal == 0) {
-        if (stub.size() > request_limit(*assembly_) - call.stub.size()) {
+    if (assembly_.refusal == 0) {
+        if (stub.size() > request_limit() - call.stub.size()) {
             core_.report("RPC client " + peer_.address + " sent a request above the size limit and was disconnected.");
             return closing(refused_call(header.call_id, call.context_id, fault_status::access_denied));
         }
-        call.stub.insert(call.stub.end(), stub.begin(), stub.end());
-        const std::size_t pending = core_.pending_request_bytes.fetch_add(stub.size(), std::memory_order_relaxed) + stub.size();
-        if (pending > core_.limits.pending_request_bytes) {
-            return closing(refused_call(header.call_id, call.context_id, fault_status::no_memory));
+        const bool aligned = reinterpret_cast<std::uintptr_t>(stub.data()) % stub_alignment == 0;
+        if (aligned && header.has(pdu_flag::first) && header.has(pdu_flag::last)) {
+            call.borrowed_stub = stub;
+        } else if (session_step refused = append_stub(header, stub); refused.close) {
+            return refused;
         }
     }
     return header.has(pdu_flag::last) ? finish_request() : session_step{};
 }
 
+/// Stub data that has to wait for the rest of its request.
+session_step session::append_stub(const pdu_header& header, std::span<const std::uint8_t> stub) {
+    rpc_call& call = *assembly_.call;
+    const std::size_t needed = call.stub.size() + stub.size();
+    if (needed > call.stub.capacity()) {
+        call.stub.reserve(assembly_.stub_hint >= needed ? std::min(assembly_.stub_hint, trusted_factor * needed) : 2 * needed);
+    }
+    call.stub.insert(call.stub.end(), stub.begin(), stub.end());
+    const std::size_t pending = core_.pending_request_bytes.fetch_add(stub.size(), std::memory_order_relaxed) + stub.size();
+    if (pending > core_.limits.pending_request_bytes) {
+        return closing(refused_call(header.call_id, call.context_id, fault_status::no_memory));
+    }
+    return {};
+}
+
 session_step session::finish_request() {
-    const std::uint32_t refusal = assembly_->refusal;
-    core_.pending_request_bytes.fetch_sub(assembly_->call->stub.size(), std::memory_order_relaxed);
-    std::unique_ptr<rpc_call> call = std::move(assembly_->call);
-    assembly_.reset();
-    core_.counters.calls_in.fetch_add(1, std::memory_order_relaxed);
+    const std::uint32_t refusal = assembly_.refusal;
+    if (!assembly_.call->stub.empty()) {
+        core_.pending_request_bytes.fetch_sub(assembly_.call->stub.size(), std::memory_order_relaxed);
+    }
+    std::unique_ptr<rpc_call> call = std::move(assembly_.call);
+    core_.counters.calls_in.add(1);
     session_step step;
     if (refusal == 0) {
         step.call = std::move(call);
-    } else if (call->answered) {
+        return step;
+    }
+    if (call->answered) {
         step.answer = refused_call(call->call_id, call->context_id, refusal);
     }
+    take_back(std::move(call));
     return step;
 }
 
 void session::drop_assembly() {
-    if (assembly_) {
-        core_.pending_request_bytes.fetch_sub(assembly_->call->stub.size(), std::memory_order_relaxed);
-        assembly_.reset();
+    if (assembly_.call) {
+        core_.pending_request_bytes.fetch_sub(assembly_.call->stub.size(), std::memory_order_relaxed);
+        take_back(std::move(assembly_.call));
     }
 }
 

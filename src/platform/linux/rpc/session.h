@@ -43,6 +43,10 @@ public:
 
     /// Takes a PDU of exactly `header.fragment_length` bytes, which may be decrypted in place.
     session_step take(const pdu_header& header, std::span<std::uint8_t> pdu);
+    /// The same; a call that is whole with this PDU may borrow its stub data from there: `rpc_call::own_stub`.
+    session_step take_lending(const pdu_header& header, std::span<std::uint8_t> pdu);
+    /// Gives the object of a call back that has been served, so that the next one needs no memory.
+    void take_back(std::unique_ptr<rpc_call> call);
 
     /// Whether a PDU that arrives while a call is served is one to look at out of turn: the client cancels or abandons a call.
     [[nodiscard]] static bool cancels(const pdu_header& header) {
@@ -52,7 +56,7 @@ public:
     /// Bound, and no authentication half done: from here on the time to bind counts no more.
     [[nodiscard]] bool established() const;
     /// Whether fragments of a request are still to come.
-    [[nodiscard]] bool request_incomplete() const { return assembly_ != nullptr; }
+    [[nodiscard]] bool request_incomplete() const { return assembly_.call != nullptr; }
 
 private:
     struct authentication {
@@ -64,14 +68,16 @@ private:
         client_identity identity;
     };
     struct assembly {
-        std::unique_ptr<rpc_call> call;
+        std::unique_ptr<rpc_call> call;  ///< null: no request is incomplete
         authentication* security = nullptr;
+        std::size_t stub_hint = 0;  ///< stub bytes of the whole request, as its first fragment says
         std::uint32_t refusal = 0;  ///< fault to answer the last fragment with; the stub data is not kept
     };
     struct request_head {
         std::uint16_t context_id = 0;
         std::uint16_t operation = 0;
         std::size_t body_offset = 0;
+        std::uint32_t stub_hint = 0;  ///< stub bytes of the whole request, as the client says
     };
     enum class token_outcome : std::uint8_t { none, accepted, unknown_type, refused };
 
@@ -92,8 +98,9 @@ private:
     std::uint32_t unsigned_request(authentication*& security);
 
     void begin_assembly(const pdu_header& header, const request_head& head, authentication* security);
-    [[nodiscard]] std::size_t request_limit(const assembly& incoming) const;
+    [[nodiscard]] std::size_t request_limit() const;
     void drop_assembly();
+    session_step append_stub(const pdu_header& header, std::span<const std::uint8_t> stub);
     void apply_sizes(const bind_body& body);
     session_step finish_request();
 
@@ -106,7 +113,8 @@ private:
     std::uint32_t group_ = 0;
     presentation_contexts contexts_;
     std::vector<std::unique_ptr<authentication>> authentications_;
-    std::unique_ptr<assembly> assembly_;
+    assembly assembly_;
+    std::unique_ptr<rpc_call> spare_call_;
 };
 
 }  // namespace platform::linux_rpc

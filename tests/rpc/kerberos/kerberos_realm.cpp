@@ -57,7 +57,7 @@ kerberos_realm::kerberos_realm() : port_(free_port()) {
     write_settings();
     setenv("KRB5_CONFIG", path("krb5.conf").c_str(), 1);
     setenv("KRB5_KDC_PROFILE", path("kdc.conf").c_str(), 1);
-    setenv("KRB5CCNAME", ("FILE:" + ticket_cache()).c_str(), 1);
+    setenv("KRB5CCNAME", ticket_cache().c_str(), 1);
     setenv("KRB5_KTNAME", path("no.keytab").c_str(), 1);
     setenv("KRB5RCACHENAME", ("dfl:" + path("replays")).c_str(), 1);
     run("/usr/sbin/kdb5_util create -s -P master");

@@ -36,6 +36,7 @@ public:
                                  std::span<const std::uint8_t> signature) override;
 
     [[nodiscard]] bool demands_signed_list() const override { return false; }
+    [[nodiscard]] bool agreed_to_sign() const override { return true; }
     [[nodiscard]] std::vector<std::uint8_t> sign_list(std::span<const std::uint8_t> list) override { return session_.sign(list); }
     [[nodiscard]] bool check_list(std::span<const std::uint8_t> list, std::span<const std::uint8_t> signature) override {
         return session_.check(list, signature);

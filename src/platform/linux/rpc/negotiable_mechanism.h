@@ -26,7 +26,11 @@ protected:
 };
 
 /// A mechanism's server side that can be chosen by Negotiate, too.
-class negotiable_acceptor : public security_context, public mechanism_list_signer {};
+class negotiable_acceptor : public security_context, public mechanism_list_signer {
+public:
+    /// Whether the client has agreed to signatures at all. One that wants nothing but to connect may do without.
+    [[nodiscard]] virtual bool agreed_to_sign() const = 0;
+};
 
 /// The same of the client's side.
 class negotiable_initiator : public client_security, public mechanism_list_signer {};

@@ -116,6 +116,10 @@ bool ntlm_acceptor::unprotect(auth_level level, std::span<std::uint8_t> pdu, std
     return session_ && session_->unprotect(pdu, pdu.subspan(body_offset, seal ? body_size : 0), signature);
 }
 
+bool ntlm_acceptor::agreed_to_sign() const {
+    return (flags_ & (flag::sign | flag::seal)) != 0;
+}
+
 std::vector<std::uint8_t> ntlm_acceptor::sign_list(std::span<const std::uint8_t> list) {
     if (!session_) {
         return {};

@@ -55,6 +55,7 @@ public:
 
     /// Whoever signs the messages of NTLM signs the list of mechanisms, too.
     [[nodiscard]] bool demands_signed_list() const override { return with_mic_; }
+    [[nodiscard]] bool agreed_to_sign() const override;
     [[nodiscard]] std::vector<std::uint8_t> sign_list(std::span<const std::uint8_t> list) override;
     [[nodiscard]] bool check_list(std::span<const std::uint8_t> list, std::span<const std::uint8_t> signature) override;
     void list_is_signed() override;

@@ -110,7 +110,10 @@ security_context::state spnego_acceptor::take_response(std::span<const std::uint
 
 security_context::state spnego_acceptor::finish(const spnego::response_message& message, spnego::response_message& answer) {
     answer.state = neg_state::accept_completed;
-    if (list_must_be_signed_ || chosen_->demands_signed_list() || !message.list_mic.empty()) {
+    // Where nothing is ever signed, the list can't be either (RFC 4178 5); but nobody gets there by striking flags out on the way
+    // to a level that counts on signatures.
+    const bool can_be_signed = level_ >= auth_level::packet || chosen_->agreed_to_sign();
+    if ((list_must_be_signed_ && can_be_signed) || chosen_->demands_signed_list() || !message.list_mic.empty()) {
         if (message.list_mic.empty()) {
             return refuse("it didn't sign the list of mechanisms");
         }

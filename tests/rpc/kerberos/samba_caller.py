@@ -1,0 +1,79 @@
+#!/usr/bin/python3
+"""Calls of Samba's client library to the server that the test program runs.
+
+    samba_caller.py PORT USER PASSWORD HOST MECHANISM:LEVEL...
+
+Mechanisms: ntlm, kerberos, negotiate-ntlm, negotiate-kerberos, negotiate-both (the client prefers Kerberos, which it gets a
+ticket for by itself), none. Kerberos alone takes its tickets from the cache that KRB5CCNAME names; HOST
+is the host of the service there. Output as that of impacket_caller.py.
+"""
+
+import os
+import signal
+import sys
+
+from samba import credentials, param
+from samba.dcerpc import echo
+
+LEVELS = {2: "connect", 4: "packet", 5: "sign", 6: "seal"}
+MECHANISMS = {"ntlm": ["ntlm"], "kerberos": ["krb5"], "negotiate-ntlm": ["spnego"], "negotiate-kerberos": ["spnego"],
+              "negotiate-both": ["spnego"], "none": []}
+
+
+def settings():
+    made = param.LoadParm()
+    made.set("realm", "TARNO.TEST")
+    made.set("workgroup", "TARNO")
+    made.set("netbios name", "CLIENT")
+    for name in ("private dir", "state directory", "cache directory", "lock directory", "pid directory"):
+        made.set(name, os.path.dirname(os.environ["KRB5_CONFIG"]) + "/samba")
+    return made
+
+
+def call(port, user, password, host, mechanism, level):
+    known = settings()
+    identity = credentials.Credentials()
+    identity.guess(known)
+    if "kerberos" in mechanism:
+        identity.set_kerberos_state(credentials.MUST_USE_KERBEROS)
+        identity.set_named_ccache(os.environ["KRB5CCNAME"], credentials.SPECIFIED, known)
+    elif mechanism == "none":
+        identity.set_anonymous()
+    else:
+        both = mechanism == "negotiate-both"
+        identity.set_kerberos_state(credentials.AUTO_USE_KERBEROS if both else credentials.DONT_USE_KERBEROS)
+        identity.set_username(user)
+        identity.set_password(password)
+        identity.set_domain("CORP")
+        identity.set_realm("TARNO.TEST")
+    options = [port] + MECHANISMS[mechanism]
+    if mechanism != "none":
+        options += [LEVELS[level], "target_hostname=" + host]
+    binding = "ncacn_ip_tcp:127.0.0.1[%s]" % ",".join(options)
+    # Only an interface that the library knows can be bound with authentication: the server offers its operation by this one, too.
+    caller = echo.rpcecho(binding, known, identity)
+    lines = set()
+    for size in (100, 0, 16, 20001, 7):
+        stub = bytes(index % 251 for index in range(size))
+        line, _, rest = caller.request(0, stub).partition(b"\n")
+        if rest[::-1][: len(stub)] != stub:  # a verification trailer may have come behind it
+            return "spoilt"
+        lines.add(line.decode())
+    return " | ".join(sorted(lines))
+
+
+def main():
+    signal.alarm(120)
+    port, user, password, host = sys.argv[1:5]
+    os.makedirs(os.path.dirname(os.environ["KRB5_CONFIG"]) + "/samba", exist_ok=True)
+    for wish in sys.argv[5:]:
+        mechanism, level = wish.split(":")
+        try:
+            answer = call(port, user, password, host, mechanism, int(level))
+        except Exception as error:  # whatever it is, it is the answer
+            answer = "refused %s: %s" % (type(error).__name__, " ".join(str(error).split()))
+        print(wish, answer, flush=True)
+
+
+if __name__ == "__main__":
+    main()

@@ -21,7 +21,7 @@ std::string yes_or_no(bool value) {
 
 /// "2500 bytes" or "12000138625024 bytes (12.0 TB)": decimal units, as cartridges are sold.
 std::string bytes_text(std::int64_t bytes) {
-    std::string text = text::to_string(bytes) + " bytes";
+    std::string text = text::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
     if (bytes >= 10000) {
         constexpr std::array<const char*, 6> units = {"kB", "MB", "GB", "TB", "PB", "EB"};
         double amount = static_cast<double>(bytes) / 1000;

@@ -197,13 +197,13 @@ TEST_F(DriveCommands, AMediumWithoutUsageSaysSo) {
 TEST_F(DriveCommands, DriveInfoTellsTheStatusInWords) {
     server_.answers["GetDriveError"] = answer_of("TapeStatus", "1112");
     server_.answers["GeDriveInfo"] =
-        answer_of("DriveInfo", R"(<DriveInfo DefaultBlockSize="0" MinimumBlockSize="4" MaximumBlockSize="4294967295" />)");
+        answer_of("DriveInfo", R"(<DriveInfo DefaultBlockSize="0" MinimumBlockSize="1" MaximumBlockSize="4294967295" />)");
     console::show_drive(drives_, link, out_);
     EXPECT_EQ(text_.str(),
               "DRIVE               \\\\.\\Tape0\n"
               "STATUS              1112: No media in drive.\n"
               "DEFAULT BLOCK SIZE  variable\n"
-              "SMALLEST BLOCK      4 bytes\n"
+              "SMALLEST BLOCK      1 byte\n"
               "LARGEST BLOCK       4294967295 bytes (4.3 GB)\n");
     text_.str("");
     server_.answers["GetDriveError"] = answer_of("TapeStatus", "0");
@@ -214,7 +214,7 @@ TEST_F(DriveCommands, DriveInfoTellsTheStatusInWords) {
   "meaning": "ready",
   "block_sizes": {
     "default": 0,
-    "minimum": 4,
+    "minimum": 1,
     "maximum": 4294967295
   }
 }

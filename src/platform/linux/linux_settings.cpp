@@ -126,6 +126,7 @@ linux_settings read_linux_settings(registry& from, const std::string& file) {
     settings.local_socket = beside(file, access.text(u"LocalSocket").value_or(settings.local_socket));
     access.list(u"AdministratorGroups", settings.administrator_groups);
     settings.accounts = beside(file, access.text(u"Accounts").value_or(settings.accounts));
+    settings.keytab = beside(file, access.text(u"Keytab").value_or(settings.keytab));
     access.list(u"AdministratorPrincipals", settings.administrator_principals);
     return settings;
 }

@@ -24,6 +24,7 @@ struct linux_settings {
     std::string local_socket = "/run/tarno-tape/rpc.sock";  ///< Access\LocalSocket; empty: none
     std::vector<std::string> administrator_groups{"root", "wheel", "sudo"};  ///< Access\AdministratorGroups
     std::string accounts = "/etc/tarno-tape/accounts";                       ///< Access\Accounts
+    std::string keytab;                                                      ///< Access\Keytab; empty: the system's own
     std::vector<std::string> administrator_principals;                       ///< Access\AdministratorPrincipals
 };
 

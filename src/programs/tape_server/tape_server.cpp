@@ -6,10 +6,10 @@
 #include "foundation/logging/log_writer.h"
 #include "foundation/text/conversion.h"
 #include "platform/files.h"
-#include "platform/linux/rpc/ntlm_provider.h"
 #include "platform/linux/scsi/iscsi_source.h"
 #include "platform/linux/scsi/sg_source.h"
 #include "platform/linux/settings_file.h"
+#include "programs/tape_server/remote_security.h"
 
 namespace tape_server {
 
@@ -104,8 +104,9 @@ void assembled_system::add_rpc() {
     if (rpc_->computer_name(computer) != platform::rpc_status::ok) {
         throw std::runtime_error("The name of this computer can't be found out.");
     }
-    rpc_->add_security_provider(
-        platform::linux_rpc::ntlm_provider::of_accounts_file(settings.accounts, text::wide_to_utf8(computer)));
+    for (std::string& lack : add_remote_security(*rpc_, settings, text::wide_to_utf8(computer))) {
+        warnings_.push_back(std::move(lack));
+    }
 
     platform::linux_rpc::administrator_rules rules;
     rules.groups = settings.administrator_groups;

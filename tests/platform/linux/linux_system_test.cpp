@@ -32,6 +32,7 @@ TEST(LinuxSettings, AreTheDocumentedOnesWithoutAFile) {
     EXPECT_EQ(settings.local_socket, "/run/tarno-tape/rpc.sock");
     EXPECT_THAT(settings.administrator_groups, ElementsAre("root", "wheel", "sudo"));
     EXPECT_EQ(settings.accounts, "/etc/tarno-tape/accounts");
+    EXPECT_EQ(settings.keytab, "");
     EXPECT_THAT(settings.administrator_principals, IsEmpty());
 }
 
@@ -45,6 +46,7 @@ TEST(LinuxSettings, ReadEveryValue) {
     registry.set_string(access_path, "LocalSocket", "");
     registry.set_expand_string(access_path, "AdministratorGroups", "");
     registry.set_string(access_path, "Accounts", "accounts");
+    registry.set_string(access_path, "Keytab", "tape.keytab");
     registry.set_string(access_path, "AdministratorPrincipals", "DOM\\u;v@REALM");
     const linux_settings settings = read_linux_settings(registry, "/srv/demo/x.reg");
     EXPECT_FALSE(settings.scsi_generic);
@@ -55,6 +57,7 @@ TEST(LinuxSettings, ReadEveryValue) {
     EXPECT_EQ(settings.local_socket, "");
     EXPECT_THAT(settings.administrator_groups, IsEmpty());
     EXPECT_EQ(settings.accounts, "/srv/demo/accounts");
+    EXPECT_EQ(settings.keytab, "/srv/demo/tape.keytab");
     EXPECT_THAT(settings.administrator_principals, ElementsAre("DOM\\u", "v@REALM"));
     EXPECT_EQ(registry.open_keys(), 0U);
 }

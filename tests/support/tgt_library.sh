@@ -2,6 +2,7 @@
 # Serves an emulated tape library over iSCSI on loopback, by a tgtd of its own, until standard input ends.
 #
 #   tgt_library.sh [--drives N] [--slots N] [--cartridges N] [--ports N] [--user NAME --password PASSWORD] [--folder DIR]
+#                  [--port PORT]
 #
 # Once the library can be used it prints, one to a line:
 #   portal=127.0.0.1:PORT   target=IQN   changer_lun=N   drive_luns=1..N   pid=PID   control=N   ready
@@ -14,7 +15,7 @@
 # missing there; it reports all elements from the first address on, whatever count is asked for; its serial numbers are padded on the left.
 set -u
 
-drives=2 slots=8 cartridges=4 ports=0 user='' password='' folder=''
+drives=2 slots=8 cartridges=4 ports=0 user='' password='' folder='' wanted_port=''
 while [ $# -gt 0 ]; do
     case "$1" in
         --drives) drives=$2 ;;
@@ -24,6 +25,7 @@ while [ $# -gt 0 ]; do
         --user) user=$2 ;;
         --password) password=$2 ;;
         --folder) folder=$2 ;;
+        --port) wanted_port=$2 ;;
         *) echo "unknown argument: $1" >&2; exit 2 ;;
     esac
     shift 2
@@ -57,7 +59,7 @@ target=iqn.2015-06.local.tarno:test-library
 start_daemon() {
     local attempt port
     for attempt in 1 2 3 4 5 6 7 8 9 10; do
-        port=$((RANDOM % 20000 + 20000))
+        port=${wanted_port:-$((RANDOM % 20000 + 20000))}
         tgtd -f -C "$control" --iscsi "portal=127.0.0.1:$port" </dev/null >"$folder/tgtd.log" 2>&1 &
         daemon=$!
         local look

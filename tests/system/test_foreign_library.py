@@ -10,11 +10,12 @@ from test_movement import LINK, Library, Movement
 
 
 class ForeignLibrary:
-    """A target of its own: 2 drives, 8 slots, 4 cartridges, 2 ports. Ends with its process."""
+    """A target of its own: 2 drives, 8 slots, 4 cartridges, 2 ports, unless the options of the script say otherwise. Ends with its
+    process."""
 
-    def __init__(self):
-        self.process = subprocess.Popen(["bash", ROOT / "tests/support/tgt_library.sh", "--ports", "2"], stdin=subprocess.PIPE,
-                                        stdout=subprocess.PIPE, text=True)
+    def __init__(self, *options):
+        self.process = subprocess.Popen(["bash", ROOT / "tests/support/tgt_library.sh", "--ports", "2", *options],
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         self.facts = {}
         for line in self.process.stdout:
             if line.strip() == "ready":
@@ -26,6 +27,14 @@ class ForeignLibrary:
     @property
     def url(self):
         return f"iscsi://{self.facts['portal']}/{self.facts['target']}"
+
+    @property
+    def port(self):
+        return self.facts["portal"].rpartition(":")[2]
+
+    def stop_daemon(self):
+        """It keeps its connections and answers nothing any more."""
+        subprocess.run(["kill", "-STOP", self.facts["pid"]], check=True)
 
     def kill_daemon(self):
         subprocess.run(["kill", "-9", self.facts["pid"]], check=True)

@@ -169,6 +169,78 @@ TEST_F(fault_script_test, lies_about_lengths) {
     EXPECT_EQ(send(*changer, status_cdb(2, slot, 2), 200).data.back(), 0xAA);
 }
 
+TEST_F(fault_script_test, replaces_the_replies_of_one_page) {
+    start();
+    fault lie;
+    lie.kind = fault_kind::replace_reply;
+    lie.opcodes = {0x12};
+    lie.page = std::uint8_t{0x80};
+    lie.unit = std::uint8_t{1};
+    lie.times = 0;
+    lie.bytes = {1, 0x80, 0xFF, 0xFF, 'X'};
+    library->faults().add(lie);
+    EXPECT_EQ(send(*drive, {0x12, 1, 0x80, 0, 255, 0}, 255).data, lie.bytes);
+    // The transfer ends with the host's buffer even then.
+    EXPECT_EQ(send(*drive, {0x12, 1, 0x80, 0, 255, 0}, 2).data, (byte_vector{1, 0x80}));
+    EXPECT_EQ(send(*drive, {0x12, 1, 0xB0, 0, 255, 0}, 255).data, (byte_vector{1, 0xB0, 0, 2, 1, 0}));
+    EXPECT_EQ(send(*drive, {0x12, 0, 0, 0, 96, 0}, 96).data.size(), 96U);
+    EXPECT_EQ(send(*library->connect(2), {0x12, 1, 0x80, 0, 255, 0}, 255).data.size(), 14U);
+    lie.opcodes = {0x4D, 0x1A, 0x5A};
+    lie.page = std::uint8_t{0x11};
+    lie.bytes = {};
+    library->faults().add(lie);
+    EXPECT_TRUE(send(*drive, {0x4D, 0, 0x51, 0, 0, 0, 0, 0, 255, 0}, 255).data.empty());
+    EXPECT_TRUE(send(*drive, {0x1A, 8, 0x11, 0, 255, 0}, 255).data.empty());
+    EXPECT_TRUE(send(*drive, {0x5A, 8, 0x51, 0, 0, 0, 0, 0, 255, 0}, 255).data.empty());
+    EXPECT_FALSE(send(*drive, {0x4D, 0, 0x52, 0, 0, 0, 0, 0, 255, 0}, 255).data.empty());
+    // What is refused stays refused.
+    lie.opcodes = {0x8C};
+    lie.page.reset();
+    lie.bytes = {1, 2, 3};
+    library->faults().add(lie);
+    EXPECT_EQ(result(*drive, {0x8C, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0}, 255), "2/3a/00");
+}
+
+TEST_F(fault_script_test, raises_and_clears_alerts) {
+    start();
+    const auto alerts = [this](std::uint8_t unit, std::uint8_t flag) {
+        const byte_vector read{0x4D, 0, 0x6E, 0, 0, 0, flag, 0x01, 0x44, 0};
+        return send(*library->connect(unit), read, 324).data.at(8);
+    };
+    library->faults().add(faults::alert(1, 20, true));
+    library->faults().add(faults::alert(1, 4, true));
+    EXPECT_EQ(alerts(2, 20), 0);
+    EXPECT_EQ(alerts(1, 20), 1);
+    EXPECT_EQ(alerts(1, 4), 1);
+    library->faults().add(faults::alert(1, 20, false));
+    EXPECT_EQ(alerts(1, 20), 0);
+    EXPECT_EQ(alerts(1, 4), 1);
+    system.files.put(fault_path,
+                     "<faults><fault kind=\"alert\" unit=\"0\" flag=\"16\" opcodes=\"0xA5\"/>"
+                     "<fault kind=\"busy\" unit=\"0\" opcodes=\"0xA5\"/></faults>");
+    EXPECT_EQ(alerts(0, 16), 0);
+    EXPECT_EQ(move(slot, slot + 20), "status 08");
+    EXPECT_EQ(alerts(0, 16), 1);
+    system.files.put(fault_path, "<faults><fault kind=\"alert\" unit=\"0\" flag=\"16\" raised=\"false\"/></faults>");
+    EXPECT_EQ(alerts(0, 16), 0);
+}
+
+TEST_F(fault_script_test, keeps_a_drive_from_every_use_of_its_tape_while_it_is_not_ready) {
+    personality value = make_personality();
+    value.cartridges[0].element = drive_element;
+    start(value);
+    library->faults().add(faults::drive_not_ready(1, 1000));
+    for (const std::uint8_t code : byte_vector{0x00, 0x01, 0x04, 0x19, 0x34, 0x8C}) {
+        byte_vector cdb(16);
+        cdb[0] = code;
+        EXPECT_EQ(result(*drive, cdb), "2/04/01") << int{code};
+        system.clock.advance(1);
+    }
+    EXPECT_EQ(result(*drive, {0x4D, 0, 0x6E, 0, 0, 0, 0, 1, 0x44, 0}, 324), "ok");
+    system.clock.advance(994);
+    EXPECT_EQ(result(*drive, test_unit_ready_cdb), "ok");
+}
+
 TEST_F(fault_script_test, gives_all_drives_one_serial_number) {
     start();
     library->faults().set_drive_serial("SAME");
@@ -235,6 +307,10 @@ TEST_F(fault_script_test, knows_every_kind_in_the_file) {
         {"kind=\"slow-robot\" milliseconds=\"1000\"", move_cdb(slot + 1, slot + 21), "ok"},
         {"kind=\"patch-reply\" offset=\"0\" bytes=\"1 2\"", status_cdb(2, slot, 1), "ok"},
         {"kind=\"cut-reply\" length=\"3\"", status_cdb(2, slot, 1), "ok"},
+        {"kind=\"replace-reply\" bytes=\"0 0 0 1\"", status_cdb(2, slot, 1), "ok"},
+        {"kind=\"alert\" unit=\"0\" flag=\"64\"", test_unit_ready_cdb, "ok"},
+        {"kind=\"busy\" page=\"0x2E\"", {0x4D, 0, 0x6E, 0, 0, 0, 0, 1, 0x44, 0}, "status 08"},
+        {"kind=\"busy\" page=\"0x80\"", {0x12, 1, 0x80, 0, 255, 0}, "status 08"},
         {"kind=\"descriptor-length\" length=\"3\"", status_cdb(2, slot, 1), "ok"},
         {"kind=\"door-open\"", test_unit_ready_cdb, "2/04/18"},
         {"kind=\"port-accessed\"", test_unit_ready_cdb, "6/28/01"},
@@ -255,11 +331,13 @@ TEST_F(fault_script_test, keeps_the_last_good_file_and_says_why) {
     EXPECT_EQ(result(*drive, test_unit_ready_cdb), "status 08");
     for (const char* bad :
          {"<faults><fault kind=\"storm\"/></faults>", "<faults><fault kind=\"sense\"/></faults>", "<faults>",
-          "<faults><flood/></faults>", "<faults>text</faults>", "<faults><seeded seed=\"1\" per-mille=\"1001\"/></faults>"}) {
+          "<faults><flood/></faults>", "<faults><fault kind=\"alert\" unit=\"1\" flag=\"0\"/></faults>",
+          "<faults><fault kind=\"alert\" unit=\"1\" flag=\"65\"/></faults>", "<faults><fault kind=\"alert\" flag=\"1\"/></faults>",
+          "<faults>text</faults>", "<faults><seeded seed=\"1\" per-mille=\"1001\"/></faults>"}) {
         system.files.put(fault_path, bad);
         EXPECT_EQ(result(*drive, test_unit_ready_cdb), "status 08") << bad;
     }
-    ASSERT_EQ(system.log.lines().size(), 6U);
+    ASSERT_EQ(system.log.lines().size(), 9U);
     EXPECT_NE(system.log.lines()[0].find("Library file 'C:\\library\\faults.xml': there is no fault of the kind 'storm' The faults "
                                          "stay as they were."),
               std::string::npos)

@@ -62,7 +62,7 @@ TEST_F(personality_test, has_defaults_for_all_that_may_be_left_out) {
 TEST_F(personality_test, reads_back_what_it_writes) {
     personality value = make_personality();
     value.vendor = "A&B <\"'>";
-    value.timings = {1, 2, 3, 4, 5, 6};
+    value.timings = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
     value.designators = {designator::scsi_name, designator::vendor_specific};
     value.identifier = drive_identifier::tail;
     value.extra_bytes = 7;
@@ -80,12 +80,32 @@ TEST_F(personality_test, reads_back_what_it_writes) {
     value.cartridges[3].worm = true;
     value.cartridges[4].cleaning = true;
     value.cartridges[5].write_protected = true;
+    value.capacity = 5000;
+    value.cartridges[6].capacity = 0xFFFFFFFF;
+    value.cartridges[6].used = 0xFFFFFFFE;
+    value.cartridges[7].written = ~std::uint64_t{0};
+    value.cartridges[7].read = 0x8000000000000000;
+    value.clear_alerts_on_read = false;
+    value.log_pages = {0x0C, 0x17};
     const std::string text = personality_text(value);
     const personality back = parse_personality(text, "library.xml");
     EXPECT_EQ(personality_text(back), text);
     EXPECT_EQ(back.vendor, value.vendor);
     EXPECT_EQ(back.refused, value.refused);
     EXPECT_EQ(back.timings.rewind, 6);
+    EXPECT_EQ(back.timings.ready, 7);
+    EXPECT_EQ(back.timings.erase_short, 8);
+    EXPECT_EQ(back.timings.erase_long, 9);
+    EXPECT_EQ(back.timings.tension, 10);
+    EXPECT_EQ(back.timings.format, 11);
+    EXPECT_EQ(back.capacity, 5000U);
+    EXPECT_EQ(back.cartridges[6].capacity, 0xFFFFFFFFU);
+    EXPECT_EQ(back.cartridges[6].used, 0xFFFFFFFEU);
+    EXPECT_EQ(back.cartridges[7].written, ~std::uint64_t{0});
+    EXPECT_EQ(back.cartridges[7].read, 0x8000000000000000);
+    EXPECT_FALSE(back.cartridges[7].capacity.has_value());
+    EXPECT_FALSE(back.clear_alerts_on_read);
+    EXPECT_EQ(back.log_pages, value.log_pages);
     EXPECT_TRUE(back.cartridges[4].cleaning);
     EXPECT_EQ(back.drive.maximum_block, 0x100000U);
     EXPECT_FALSE(back.exchange);
@@ -135,6 +155,19 @@ TEST_F(personality_test, says_what_is_wrong_with_a_file) {
         {with("<behaviour drive-identifier=\"wwn\"/>"), "attribute 'drive-identifier': 'wwn' isn't known"},
         {with("<behaviour refused-commands=\"0xA5 0x100\"/>"), "attribute 'refused-commands': 0x100 is above 255"},
         {with("<timings move=\"86400001\"/>"), "attribute 'move': 86400001 is above 86400000"},
+        {with("<timings erase-long=\"86400001\"/>"), "attribute 'erase-long': 86400001 is above 86400000"},
+        {with("<cartridges capacity=\"4294967296\"/>"), "attribute 'capacity': 4294967296 is above 4294967295"},
+        {with("<cartridges capacity=\"9\"><cartridge barcode=\"A\" element=\"16\" used=\"10\"/></cartridges>"),
+         "cartridge 'A': more is used than it has room for"},
+        {with("<cartridges><cartridge barcode=\"A\" element=\"16\" capacity=\"9\" used=\"10\"/></cartridges>"),
+         "cartridge 'A': more is used than it has room for"},
+        {with("<cartridges><cartridge barcode=\"A\" element=\"16\" written=\"18446744073709551616\"/></cartridges>"),
+         "attribute 'written': 18446744073709551616 is above 18446744073709551615"},
+        {with("<cartridges><cartridge barcode=\"A\" element=\"16\" read=\"0x10000000000000000\"/></cartridges>"),
+         "attribute 'read': 0x10000000000000000 is above 18446744073709551615"},
+        {with("<behaviour log-pages=\"0x17 0x18\"/>"), "there is no log page 24"},
+        {with("<behaviour log-pages=\"0x17 0x0C\"/>"), "the log pages aren't in ascending order"},
+        {with("<behaviour log-pages=\"0x17 0x17\"/>"), "the log pages aren't in ascending order"},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(reason(row.xml), row.reason);
@@ -167,6 +200,11 @@ TEST_F(personality_test, names_the_file_that_keeps_a_library_shut) {
          "two cartridges are in element 16"},
         {"<state version=\"1\"><cartridge element=\"16\" barcode=\"A\"/></state>",
          "element 'cartridge' lacks the attribute 'source'"},
+        {"<state version=\"1\"><cartridge element=\"16\" capacity=\"5\" used=\"6\"" + row + "</state>",
+         "attribute 'used': 6 is above 5"},
+        {"<state version=\"1\"><drive element=\"16\" loads=\"1\" cleanings=\"0\"/></state>",
+         "the library has no drive at element 16"},
+        {"<state version=\"1\"><drive element=\"256\" loads=\"1\"/></state>", "element 'drive' lacks the attribute 'cleanings'"},
         {"", "XML error: [Error document empty.]. Error code: [12]."},
     };
     for (const auto& each : rows) {
@@ -191,10 +229,53 @@ TEST_F(personality_test, writes_a_state_that_names_every_cartridge_once) {
     EXPECT_EQ(system.files.content("C:\\library\\state.xml"),
               "<state version=\"1\">\n"
               "<cartridge element=\"256\" barcode=\"TRN001L8\" source=\"4096\" write-protected=\"false\" worm=\"false\" "
-              "cleaning=\"false\" by-operator=\"false\" loaded=\"true\"/>\n"
+              "cleaning=\"false\" by-operator=\"false\" loaded=\"true\" capacity=\"11444092\" used=\"0\" written=\"0\" read=\"0\" "
+              "loads=\"1\"/>\n"
               "<cartridge element=\"4097\" barcode=\"TRN002L8\" source=\"none\" write-protected=\"false\" worm=\"false\" "
-              "cleaning=\"false\" by-operator=\"false\" loaded=\"false\"/>\n"
+              "cleaning=\"false\" by-operator=\"false\" loaded=\"false\" capacity=\"11444092\" used=\"0\" written=\"0\" read=\"0\" "
+              "loads=\"0\"/>\n"
+              "<drive element=\"256\" loads=\"1\" cleanings=\"0\"/>\n"
               "</state>\n");
+}
+
+/// Cartridges had no capacity in the first states that were written.
+TEST_F(personality_test, takes_a_state_without_capacities) {
+    personality value = make_personality({.slots = 2, .ports = 1, .drives = 1, .cartridges = 1});
+    value.capacity = 5000;
+    value.cartridges[0].capacity = 1000;
+    value.cartridges[0].used = 300;
+    value.cartridges[0].written = 17;
+    create_library(folder, value);
+    const std::string tail =
+        " source=\"none\" write-protected=\"false\" worm=\"false\" cleaning=\"false\" by-operator=\"false\" loaded=\"false\"/>\n";
+    system.files.put("C:\\library\\state.xml", "<state version=\"1\">\n<cartridge element=\"4096\" barcode=\"OTHER\"" + tail +
+                                                   "<cartridge element=\"4097\" barcode=\"TRN001L8\"" + tail + "</state>\n");
+    open();
+    ASSERT_EQ(move(slot, drive_element), "ok");
+    const std::string attributes = "write-protected=\"false\" worm=\"false\" cleaning=\"false\" by-operator=\"false\" ";
+    EXPECT_EQ(system.files.content("C:\\library\\state.xml"),
+              "<state version=\"1\">\n"
+              "<cartridge element=\"256\" barcode=\"OTHER\" source=\"4096\" " +
+                  attributes +
+                  "loaded=\"true\" capacity=\"5000\" used=\"0\" written=\"0\" read=\"0\" loads=\"1\"/>\n"
+                  "<cartridge element=\"4097\" barcode=\"TRN001L8\" source=\"none\" " +
+                  attributes +
+                  "loaded=\"false\" capacity=\"1000\" used=\"300\" written=\"17\" read=\"0\" loads=\"0\"/>\n"
+                  "<drive element=\"256\" loads=\"1\" cleanings=\"0\"/>\n"
+                  "</state>\n");
+}
+
+TEST_F(personality_test, reads_back_the_state_that_it_wrote) {
+    personality value = make_personality({.slots = 2, .ports = 1, .drives = 1, .cartridges = 2});
+    value.cartridges[1].written = ~std::uint64_t{0};
+    start(value);
+    ASSERT_EQ(move(slot, drive_element), "ok");
+    const std::optional<std::string> written = system.files.content("C:\\library\\state.xml");
+    stop();
+    open();
+    ASSERT_EQ(result(*drive, {0x1B, 0, 0, 0, 0, 0}), "ok");
+    ASSERT_EQ(result(*drive, {0x1B, 0, 0, 0, 1, 0}), "ok");
+    EXPECT_EQ(system.files.content("C:\\library\\state.xml"), written);
 }
 
 TEST_F(personality_test, has_an_example_that_is_the_default_library) {

@@ -106,7 +106,7 @@ TEST_F(unit_commands_test, answers_the_drive_mode_pages_with_a_block_descriptor)
     value.cartridges[1].worm = true;
     start(value);
     EXPECT_EQ(part(send(*drive, {0x1A, 0, 0x3F, 0, 0xFF, 0}, 255).data, 0, 14),
-              (byte_vector{43, 0, 0x10, 8, 0x5E, 0, 0, 0, 0, 0, 0, 0, 0x0F, 14}));
+              (byte_vector{53, 0, 0x10, 8, 0x5E, 0, 0, 0, 0, 0, 0, 0, 0x0F, 14}));
     EXPECT_EQ(part(send(*drive, {0x1A, 8, 0x10, 0, 0xFF, 0}, 255).data, 0, 6), (byte_vector{19, 0, 0x10, 0, 0x10, 14}));
     ASSERT_EQ(move(slot, drive_element), "ok");
     ASSERT_EQ(result(*drive, test_unit_ready_cdb), "6/28/00");
@@ -135,7 +135,6 @@ TEST_F(unit_commands_test, answers_the_alert_log_once_to_each_initiator) {
     library->set_alert(0, 17, true);
     library->set_alert(0, 17, false);
     EXPECT_EQ(send(*changer, read, 324).data[4 + 16 * 5 + 4], 0);
-    EXPECT_EQ(send(*drive, {0x4D, 0, 0x40, 0, 0, 0, 0, 0, 0xFF, 0}, 255).data, (byte_vector{0, 0, 0, 2, 0x00, 0x2E}));
     EXPECT_EQ(result(*changer, {0x4D, 0, 0x4C, 0, 0, 0, 0, 0, 0xFF, 0}, 255), "5/24/00");
 }
 
@@ -250,6 +249,7 @@ TEST_F(unit_commands_test, unloads_and_loads_a_drive) {
     const auto other = library->connect(1);
     EXPECT_EQ(result(*drive, {0x01, 0, 0, 0, 0, 0}), "ok");
     EXPECT_EQ(result(*drive, {0x01, 1, 0, 0, 0, 0}), "ok");
+    system.clock.advance(1500);
     EXPECT_EQ(result(*drive, {0x1E, 0, 0, 0, 1, 0}), "ok");
     EXPECT_EQ(result(*drive, {0x1B, 0, 0, 0, 0, 0}), "5/53/02");
     EXPECT_EQ(result(*drive, {0x1E, 0, 0, 0, 0, 0}), "ok");
@@ -261,6 +261,10 @@ TEST_F(unit_commands_test, unloads_and_loads_a_drive) {
     EXPECT_EQ(result(*drive, test_unit_ready_cdb), "ok");
     EXPECT_EQ(result(*other, test_unit_ready_cdb), "6/28/00");
     EXPECT_EQ(result(*drive, {0x1B, 1, 0, 0, 0, 0}), "ok");
+    EXPECT_EQ(result(*drive, test_unit_ready_cdb), "2/04/07");
+    EXPECT_EQ(result(*drive, {0x1B, 1, 0, 0, 1, 0}), "2/04/07");
+    system.clock.advance(4000);
+    EXPECT_EQ(result(*drive, test_unit_ready_cdb), "2/3a/00");
     EXPECT_EQ(result(*drive, {0x1B, 1, 0, 0, 1, 0}), "ok");
     EXPECT_EQ(result(*drive, test_unit_ready_cdb), "2/04/01");
     EXPECT_EQ(result(*drive, {0x1B, 0, 0, 0, 1, 0}, 0, 5), "transport 121");

@@ -21,7 +21,7 @@ sense_code changer_unit::check_source(std::uint16_t address) const {
         return sense::source_empty;
     }
     if (const drive_unit* drive = drive_at(address); drive != nullptr && place.loaded) {
-        if (!core_.made_of.unload_on_move || drive->removal_prevented()) {
+        if (!core_.made_of.unload_on_move || drive->removal_prevented() || drive->holds_cartridge()) {
             return sense::removal_prevented;
         }
     }

@@ -62,6 +62,13 @@ command_result changer_unit::dispatch(command_request& request) {
     return (this->*commands().at(request.cdb[0]).serve)(request);
 }
 
+/// What the drives do decides which cartridges can be taken.
+void changer_unit::settle() {
+    for (const auto& drive : drives_) {
+        drive->bring_up_to_date();
+    }
+}
+
 std::vector<std::uint8_t> changer_unit::mode_pages() const {
     return {page_addresses, page_geometry, page_capabilities};
 }
@@ -127,7 +134,9 @@ std::optional<bool> changer_unit::work(const command_request& request, std::int6
     }
     core_.robot_free_at = end;
     (void)request.wait_until(begin);
-    return request.wait_until(end);
+    const bool in_time = request.wait_until(end);
+    settle();
+    return in_time;
 }
 
 command_result changer_unit::take_inventory(command_request& request) {
@@ -197,7 +206,8 @@ command_result changer_unit::read_element_status(command_request& request) {
     };
     const auto drive_blocked = [this](std::uint16_t address) {
         const element& place = *core_.elements.find(address);
-        return place.loaded && (!core_.made_of.unload_on_move || drive_at(address)->removal_prevented());
+        const drive_unit& drive = *drive_at(address);
+        return place.loaded && (!core_.made_of.unload_on_move || drive.removal_prevented() || drive.holds_cartridge());
     };
     std::optional<byte_vector> reply =
         build_element_status(core_.elements, made_of, wanted, {drive_identity, drive_blocked, core_.ports_open});

@@ -21,6 +21,7 @@ public:
 protected:
     const command_traits& traits_of(std::uint8_t code) const override;
     command_result dispatch(command_request& request) override;
+    void settle() override;
     std::vector<std::uint8_t> mode_pages() const override;
     byte_vector mode_page(std::uint8_t page) const override;
 

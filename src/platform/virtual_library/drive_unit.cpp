@@ -1,5 +1,8 @@
 #include "platform/virtual_library/drive_unit.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "foundation/util/bytes.h"
 
 namespace platform::tape_library {
@@ -9,9 +12,21 @@ namespace {
 constexpr std::uint8_t tape_device = 0x01;
 constexpr std::uint8_t page_compression = 0x0F;
 constexpr std::uint8_t page_device_configuration = 0x10;
+constexpr std::uint8_t page_partitions = 0x11;
 constexpr std::uint8_t vital_page_capabilities = 0xB0;
 constexpr std::uint8_t write_protected_bit = 0x80;
 constexpr std::uint8_t buffered_mode = 0x10;
+constexpr std::uint8_t maximum_object_identifier = 0x01;
+
+// Service actions of READ POSITION, and the first byte of what it tells.
+constexpr std::uint8_t position_short = 0x00;
+constexpr std::uint8_t position_long = 0x06;
+constexpr std::uint8_t position_extended = 0x08;
+constexpr std::uint8_t beginning_of_partition = 0x80;
+
+command_result checked(const sense_code& state) {
+    return state == sense::none ? command_result::good() : command_result::check(state);
+}
 
 unit_identity identity_of(const drive_definition& definition) {
     // SAM-5, SPC-4, SSC-4.
@@ -20,27 +35,41 @@ unit_identity identity_of(const drive_definition& definition) {
 
 }  // namespace
 
+std::uint64_t to_megabytes(std::uint64_t mebibytes) {
+    return mebibytes * 1024 * 1024 / 1'000'000;
+}
+
 drive_unit::drive_unit(library_core& core, std::uint8_t number, const drive_definition& definition, std::uint16_t address)
     : logical_unit(core, number, identity_of(definition)), address_(address) {}
 
 const command_table<drive_unit>& drive_unit::commands() {
     using self = drive_unit;
+    constexpr command_traits always{.ignores_attention = true, .ignores_reservation = true, .while_occupied = true};
+    constexpr command_traits report{.while_occupied = true};
+    constexpr command_traits report_10{.length = 10, .while_occupied = true};
+    constexpr command_traits unreserved{.ignores_reservation = true, .while_occupied = true};
+    constexpr command_traits unreserved_10{.length = 10, .ignores_reservation = true, .while_occupied = true};
+    constexpr command_traits luns{.length = 12, .ignores_attention = true, .ignores_reservation = true, .while_occupied = true};
     static const command_table<drive_unit> table(&self::refuse, {
-                                                                    {opcode::test_unit_ready, &self::test_unit_ready, {6}},
-                                                                    {opcode::rewind, &self::rewind, {6}},
-                                                                    {opcode::request_sense, &self::request_sense, {6, true, true}},
-                                                                    {opcode::read_block_limits, &self::read_block_limits, {6}},
-                                                                    {opcode::inquiry, &self::inquiry, {6, true, true}},
-                                                                    {opcode::reserve_6, &self::reserve, {6}},
-                                                                    {opcode::release_6, &self::release, {6, false, true}},
-                                                                    {opcode::mode_sense_6, &self::mode_sense_6, {6}},
-                                                                    {opcode::load_unload, &self::load_unload, {6}},
-                                                                    {opcode::prevent_allow, &self::prevent_allow, {6}},
-                                                                    {opcode::log_sense, &self::log_sense, {10, false, true}},
-                                                                    {opcode::reserve_10, &self::reserve, {10}},
-                                                                    {opcode::release_10, &self::release, {10, false, true}},
-                                                                    {opcode::mode_sense_10, &self::mode_sense_10, {10}},
-                                                                    {opcode::report_luns, &self::report_luns, {12, true, true}},
+                                                                    {opcode::test_unit_ready, &self::test_unit_ready, {}},
+                                                                    {opcode::rewind, &self::rewind, {}},
+                                                                    {opcode::request_sense, &self::request_sense, always},
+                                                                    {opcode::format_medium, &self::format_medium, {}},
+                                                                    {opcode::read_block_limits, &self::read_block_limits, report},
+                                                                    {opcode::inquiry, &self::inquiry, always},
+                                                                    {opcode::reserve_6, &self::reserve, report},
+                                                                    {opcode::release_6, &self::release, unreserved},
+                                                                    {opcode::erase_6, &self::erase, {}},
+                                                                    {opcode::mode_sense_6, &self::mode_sense_6, report},
+                                                                    {opcode::load_unload, &self::load_unload, {}},
+                                                                    {opcode::prevent_allow, &self::prevent_allow, report},
+                                                                    {opcode::read_position, &self::read_position, {.length = 10}},
+                                                                    {opcode::log_sense, &self::log_sense, unreserved_10},
+                                                                    {opcode::reserve_10, &self::reserve, report_10},
+                                                                    {opcode::release_10, &self::release, unreserved_10},
+                                                                    {opcode::mode_sense_10, &self::mode_sense_10, report_10},
+                                                                    {opcode::read_attribute, &self::read_attribute, {.length = 16}},
+                                                                    {opcode::report_luns, &self::report_luns, luns},
                                                                 });
     return table;
 }
@@ -57,116 +86,59 @@ std::string drive_unit::shown_serial() const {
     return core_.faults.drive_serial().value_or(identity().serial);
 }
 
-void drive_unit::cartridge_arrived() {
-    loading_ = true;
-    ready_at_ = clock_now() + core_.made_of.timings.load;
-    loaded_by_ = nullptr;
-    settle();
+const cartridge* drive_unit::threaded() const {
+    const element& here = place();
+    return here.medium && here.loaded ? &*here.medium : nullptr;
 }
 
-void drive_unit::cartridge_left() {
-    loading_ = false;
-}
-
-void drive_unit::settle() {
-    if (loading_ && clock_now() >= ready_at_) {
-        loading_ = false;
-        raise(sense::medium_may_have_changed, loaded_by_);
-    }
-}
-
-void drive_unit::forget(const nexus& initiator) {
-    if (loaded_by_ == &initiator) {
-        loaded_by_ = nullptr;
-    }
+const cartridge* drive_unit::usable() const {
+    return readiness() == sense::none ? threaded() : nullptr;
 }
 
 sense_code drive_unit::readiness() const {
-    const element& here = place();
-    if (!here.medium || !here.loaded) {
+    const cartridge* medium = threaded();
+    if (medium == nullptr) {
         return sense::medium_not_present;
     }
     if (loading_) {
         return sense::becoming_ready;
     }
-    return here.medium->cleaning ? sense::cleaning_cartridge : sense::none;
+    return medium->cleaning ? sense::cleaning_cartridge : sense::none;
 }
 
 command_result drive_unit::test_unit_ready(command_request&) {
-    const sense_code state = readiness();
-    return state == sense::none ? command_result::good() : command_result::check(state);
+    return checked(readiness());
 }
 
-command_result drive_unit::rewind(command_request& request) {
-    if (const sense_code state = readiness(); state != sense::none) {
-        return command_result::check(state);
+command_result drive_unit::read_block_limits(command_request& request) {
+    if ((request.cdb[1] & maximum_object_identifier) != 0) {
+        return command_result::check(sense::invalid_field);
     }
-    const bool immediate = (request.cdb[1] & 0x01) != 0;
-    if (!immediate && !request.wait_until(clock_now() + core_.made_of.timings.rewind + request.extra_time)) {
-        return command_result::transport(error::semaphore_timeout);
-    }
-    return command_result::good();
-}
-
-command_result drive_unit::read_block_limits(command_request&) {
     byte_vector reply(6);
     util::store_be24(reply, 1, core_.made_of.drive.maximum_block);
     util::store_be16(reply, 4, core_.made_of.drive.minimum_block);
     return command_result::with_data(std::move(reply), 6);
 }
 
-bool drive_unit::set_loaded(bool loaded) {
-    element& here = *core_.elements.find(address_);
-    const bool former = here.loaded;
-    here.loaded = loaded;
-    if (core_.store.save(core_.elements) == error::success) {
-        return true;
+/// The drive transfers no data: the tape is at its beginning whenever it can be asked.
+command_result drive_unit::read_position(command_request& request) {
+    const std::uint8_t form = request.cdb[1] & 0x1F;
+    const std::uint16_t allocation = util::load_be16(request.cdb, 7);
+    const bool known = form == position_short || form == position_long || form == position_extended;
+    // The two older forms have a fixed length and no allocation length.
+    if (!known || (form != position_extended && allocation != 0)) {
+        return command_result::check(sense::invalid_field);
     }
-    here.loaded = former;
-    return false;
-}
-
-command_result drive_unit::load_unload(command_request& request) {
-    if (!place().medium) {
-        return command_result::check(sense::medium_not_present);
+    if (const sense_code state = readiness(); state != sense::none) {
+        return command_result::check(state);
     }
-    return (request.cdb[4] & 0x01) != 0 ? load(request) : unload(request);
-}
-
-command_result drive_unit::load(command_request& request) {
-    if (!place().loaded) {
-        if (!set_loaded(true)) {
-            return command_result::check(sense::internal_failure);
-        }
-        loading_ = true;
-        ready_at_ = clock_now() + core_.made_of.timings.load;
-        loaded_by_ = &request.initiator;
+    byte_vector reply(form == position_short ? 20 : 32);
+    reply[0] = beginning_of_partition;
+    if (form == position_extended) {
+        util::store_be16(reply, 2, 32 - 4);
+        return command_result::with_data(std::move(reply), allocation);
     }
-    const bool immediate = (request.cdb[1] & 0x01) != 0;
-    if (!immediate && loading_ && !request.wait_until(ready_at_)) {
-        return command_result::transport(error::semaphore_timeout);
-    }
-    settle();
-    return command_result::good();
-}
-
-command_result drive_unit::unload(command_request& request) {
-    if (removal_prevented()) {
-        return command_result::check(sense::removal_prevented);
-    }
-    if (!place().loaded) {
-        return command_result::good();
-    }
-    const bool immediate = (request.cdb[1] & 0x01) != 0;
-    const bool in_time = immediate || request.wait_until(clock_now() + core_.made_of.timings.unload);
-    // Time has passed without the lock: the robot may have taken the cartridge meanwhile.
-    if (place().medium && place().loaded) {
-        if (!set_loaded(false)) {
-            return command_result::check(sense::internal_failure);
-        }
-        loading_ = false;
-    }
-    return in_time ? command_result::good() : command_result::transport(error::semaphore_timeout);
+    return command_result::with_data(std::move(reply), 32);
 }
 
 std::vector<std::uint8_t> drive_unit::more_vital_pages() const {
@@ -178,10 +150,18 @@ byte_vector drive_unit::vital_page_body(std::uint8_t) const {
 }
 
 std::vector<std::uint8_t> drive_unit::mode_pages() const {
-    return {page_compression, page_device_configuration};
+    return {page_compression, page_device_configuration, page_partitions};
 }
 
 byte_vector drive_unit::mode_page(std::uint8_t page) const {
+    if (page == page_partitions) {
+        // One partition and no more, whose size is told in units of a thousand million bytes; format and partition are recognised.
+        const cartridge* medium = usable();
+        byte_vector bytes{page, 8, 0, 0, 0x18, 0x03, 0x09, 0, 0, 0};
+        const std::uint64_t gigabytes = medium == nullptr ? 0 : to_megabytes(medium->capacity) / 1000;
+        util::store_be16(bytes, 8, static_cast<std::uint16_t>(std::min<std::uint64_t>(gigabytes, 0xFFFF)));
+        return bytes;
+    }
     byte_vector bytes(16);
     bytes[0] = page;
     bytes[1] = 14;
@@ -199,16 +179,16 @@ byte_vector drive_unit::mode_page(std::uint8_t page) const {
 }
 
 std::uint8_t drive_unit::medium_type() const {
-    const element& here = place();
-    if (!here.medium || !here.loaded) {
+    const cartridge* medium = threaded();
+    if (medium == nullptr || medium->cleaning) {
         return 0;
     }
-    return here.medium->worm ? core_.made_of.drive.worm_medium_type : core_.made_of.drive.medium_type;
+    return medium->worm ? core_.made_of.drive.worm_medium_type : core_.made_of.drive.medium_type;
 }
 
 std::uint8_t drive_unit::device_specific() const {
-    const element& here = place();
-    const bool write_protected = here.medium && here.loaded && here.medium->write_protected;
+    const cartridge* medium = threaded();
+    const bool write_protected = medium != nullptr && medium->write_protected;
     return static_cast<std::uint8_t>(buffered_mode | (write_protected ? write_protected_bit : 0));
 }
 

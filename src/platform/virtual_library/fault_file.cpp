@@ -37,6 +37,13 @@ struct fault_reader {
         one.sense = {byte("key"), byte("asc"), byte("ascq")};
         return one;
     }
+    [[nodiscard]] fault alert() const {
+        const auto flag = static_cast<std::uint8_t>(values.number(node, "flag", 64));
+        if (flag == 0) {
+            values.fail("there is no TapeAlert flag 0");
+        }
+        return faults::alert(byte("unit"), flag, values.flag_or(node, "raised", true));
+    }
 };
 
 using make_fault = fault (*)(const fault_reader&);
@@ -64,6 +71,13 @@ const std::map<std::string, make_fault>& fault_kinds() {
              one.offset = static_cast<std::uint32_t>(of.values.number(of.node, "length", any_u32));
              return one;
          }},
+        {"replace-reply",
+         [](const fault_reader& of) {
+             fault one = of.plain(fault_kind::replace_reply);
+             one.bytes = of.values.bytes_or_none(of.node, "bytes");
+             return one;
+         }},
+        {"alert", [](const fault_reader& of) { return of.alert(); }},
         {"descriptor-length",
          [](const fault_reader& of) {
              return faults::descriptor_length(static_cast<std::uint16_t>(of.values.number(of.node, "length", 0xFFFF)));
@@ -93,6 +107,9 @@ fault read_fault(const xml_values& values, const winxml::node_t& node) {
     fault one = found->second({values, node});
     if (values.find(node, "unit")) {
         one.unit = static_cast<std::uint8_t>(values.number(node, "unit", 0xFE));
+    }
+    if (values.find(node, "page")) {
+        one.page = static_cast<std::uint8_t>(values.number(node, "page", 0xFF));
     }
     if (values.find(node, "opcodes")) {
         one.opcodes = values.bytes_or_none(node, "opcodes");

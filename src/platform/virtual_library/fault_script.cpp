@@ -19,14 +19,35 @@ constexpr std::array<std::uint8_t, 3> discovery_opcodes{opcode::inquiry, opcode:
 const std::vector<std::uint8_t> robot_opcodes{opcode::move_medium, opcode::exchange_medium, opcode::position_to_element,
                                               opcode::initialize_element_status, opcode::initialize_element_status_range};
 
+const std::vector<std::uint8_t> medium_opcodes{opcode::test_unit_ready, opcode::rewind,        opcode::format_medium,
+                                               opcode::erase_6,         opcode::read_position, opcode::read_attribute};
+
 template <typename Container>
 bool contains(const Container& container, std::uint8_t value) {
     return std::find(container.begin(), container.end(), value) != container.end();
 }
 
+/// The page that a command asks for.
+std::optional<std::uint8_t> page_of(const std::vector<std::uint8_t>& cdb) {
+    const std::uint8_t second = util::load_u8(cdb, 2);
+    switch (util::load_u8(cdb, 0)) {
+        case opcode::inquiry:
+            return (util::load_u8(cdb, 1) & 0x01) != 0 ? std::optional<std::uint8_t>(second) : std::nullopt;
+        case opcode::log_sense:
+        case opcode::mode_sense_6:
+        case opcode::mode_sense_10:
+            return static_cast<std::uint8_t>(second & 0x3F);
+        default:
+            return std::nullopt;
+    }
+}
+
 bool matches(const fault& one, std::uint8_t unit, const std::vector<std::uint8_t>& cdb) {
     const std::uint8_t code = util::load_u8(cdb, 0);
     if (one.unit && *one.unit != unit) {
+        return false;
+    }
+    if (one.page && page_of(cdb) != one.page) {
         return false;
     }
     if (one.only_device_identifiers && (code != opcode::read_element_status || (util::load_u8(cdb, 6) & 0x01) == 0)) {
@@ -35,7 +56,7 @@ bool matches(const fault& one, std::uint8_t unit, const std::vector<std::uint8_t
     if (!one.opcodes.empty()) {
         return contains(one.opcodes, code);
     }
-    return one.kind == fault_kind::dead || !contains(discovery_opcodes, code);
+    return one.kind == fault_kind::dead || one.page || !contains(discovery_opcodes, code);
 }
 
 /// The splitmix64 generator: small, of full period, the same on every system.
@@ -111,9 +132,17 @@ fault port_accessed(std::uint32_t commands) {
 fault drive_not_ready(std::uint8_t unit, std::int64_t milliseconds) {
     fault one = sense_fault(sense::becoming_ready);
     one.unit = unit;
-    one.opcodes = {opcode::test_unit_ready, opcode::rewind};
+    one.opcodes = medium_opcodes;
     one.times = 0;
     one.lasts = milliseconds;
+    return one;
+}
+
+fault alert(std::uint8_t unit, std::uint8_t flag, bool raised) {
+    fault one = kind_fault(fault_kind::alert);
+    one.unit = unit;
+    one.flag = flag;
+    one.raised = raised;
     return one;
 }
 
@@ -208,12 +237,29 @@ fault_decision fault_script::decide(std::uint8_t unit, const std::vector<std::ui
     return decision;
 }
 
+std::optional<std::uint32_t> fault_script::died(std::uint8_t unit, const std::vector<std::uint8_t>& cdb) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    refresh();
+    for (const fault_set* set : {&of_file_, &added_}) {
+        for (const armed_fault& each : set->faults) {
+            const bool strikes = each.passed >= each.what.skip && !each.over();
+            if (each.what.kind == fault_kind::dead && strikes && matches(each.what, unit, cdb)) {
+                return each.what.error;
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+bool fault_script::armed_fault::over() const {
+    return (what.times != 0 && struck >= what.times) || (until != 0 && system().clock->milliseconds() >= until);
+}
+
 /// Every matching fault counts the command, so that "the third move" means the same whatever else goes wrong; the first that
-/// strikes decides. Delays add up.
+/// strikes decides. Delays add up, and every alert counts.
 void fault_script::consult(fault_set& set, std::uint8_t unit, const std::vector<std::uint8_t>& cdb, fault_decision& decision) {
     for (armed_fault& each : set.faults) {
-        if (!matches(each.what, unit, cdb) || (each.what.times != 0 && each.struck >= each.what.times) ||
-            (each.until != 0 && system().clock->milliseconds() >= each.until)) {
+        if (!matches(each.what, unit, cdb) || each.over()) {
             continue;
         }
         if (each.passed < each.what.skip) {
@@ -221,6 +267,9 @@ void fault_script::consult(fault_set& set, std::uint8_t unit, const std::vector<
         } else if (each.what.kind == fault_kind::delay) {
             ++each.struck;
             decision.delay += each.what.milliseconds;
+        } else if (each.what.kind == fault_kind::alert) {
+            ++each.struck;
+            decision.alerts.push_back({each.what.flag, each.what.raised});
         } else if (!decision.hit) {
             ++each.struck;
             decision.hit = each.what;

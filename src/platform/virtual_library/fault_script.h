@@ -23,6 +23,8 @@ enum class fault_kind : std::uint8_t {
     delay,                 ///< the robot, or the answer, takes longer
     patch_reply,           ///< bytes of the returned data are others
     cut_reply,             ///< the returned data ends early
+    replace_reply,         ///< other data is returned
+    alert,                 ///< a TapeAlert flag of the unit is raised or cleared; the command is carried out
     dead                   ///< nothing answers
 };
 
@@ -31,6 +33,7 @@ struct fault {
     fault_kind kind = fault_kind::sense;
     std::optional<std::uint8_t> unit;                ///< logical unit; nothing: all
     std::vector<std::uint8_t> opcodes;               ///< empty: all but INQUIRY, REQUEST SENSE and REPORT LUNS; of `dead`: all
+    std::optional<std::uint8_t> page;                ///< only INQUIRY, LOG SENSE and MODE SENSE of this page; nothing: all
     bool only_device_identifiers = false;            ///< only READ ELEMENT STATUS with DVCID
     std::uint32_t skip = 0;                          ///< matching commands that pass first
     std::uint32_t times = 1;                         ///< matching commands that are hit; 0: all
@@ -39,7 +42,9 @@ struct fault {
     std::uint32_t error = error::semaphore_timeout;  ///< of the transport failures
     std::int64_t milliseconds = 0;                   ///< of `delay`; of `dead`: silence before the failure, at most the deadline
     std::uint32_t offset = 0;                        ///< of `patch_reply`; of `cut_reply`: the length that is left
-    std::vector<std::uint8_t> bytes;                 ///< of `patch_reply`
+    std::vector<std::uint8_t> bytes;                 ///< of `patch_reply` and `replace_reply`
+    std::uint8_t flag = 1;                           ///< of `alert`: 1 to 64
+    bool raised = true;                              ///< of `alert`
     bool in_transport = false;                       ///< of `half_move`: where the cartridge stays
 };
 
@@ -49,8 +54,10 @@ namespace faults {
 [[nodiscard]] fault door_open();
 /// The next `commands` commands of the changer end with 28/01.
 [[nodiscard]] fault port_accessed(std::uint32_t commands);
-/// A drive isn't ready (02/04/01) for some time.
+/// The commands of a drive that want a medium end with 02/04/01 for some time.
 [[nodiscard]] fault drive_not_ready(std::uint8_t unit, std::int64_t milliseconds);
+/// A TapeAlert flag of a unit is raised, or cleared, at the unit's next command.
+[[nodiscard]] fault alert(std::uint8_t unit, std::uint8_t flag, bool raised);
 /// READ ELEMENT STATUS with DVCID ends with 24/00.
 [[nodiscard]] fault no_device_identifiers();
 /// The robot takes so much longer.
@@ -76,6 +83,11 @@ struct seeded_faults {
 struct fault_decision {
     std::optional<fault> hit;
     std::int64_t delay = 0;  ///< milliseconds
+    struct alert_change {
+        std::uint8_t flag = 1;
+        bool raised = true;
+    };
+    std::vector<alert_change> alerts{};
 };
 
 /// The faults of one library: those of its file `faults.xml` and those that were added here. Callable from any thread.
@@ -94,6 +106,8 @@ public:
 
     /// Counts the command and says what becomes of it.
     [[nodiscard]] fault_decision decide(std::uint8_t unit, const std::vector<std::uint8_t>& cdb);
+    /// Whether a unit that took a command some time ago has died meanwhile: the error of its transport. Counts nothing.
+    [[nodiscard]] std::optional<std::uint32_t> died(std::uint8_t unit, const std::vector<std::uint8_t>& cdb);
 
     [[nodiscard]] std::optional<std::string> drive_serial();
 
@@ -104,6 +118,8 @@ private:
         std::uint32_t passed = 0;
         std::uint32_t struck = 0;
         std::int64_t until = 0;  ///< milliseconds of the clock, 0: no limit
+
+        [[nodiscard]] bool over() const;
     };
     struct fault_set {
         std::vector<armed_fault> faults;

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +11,7 @@
 #include "platform/changer_records.h"
 #include "platform/virtual_library/personality.h"
 #include "platform/virtual_library/sense.h"
+#include "platform/virtual_library/xml_values.h"
 
 namespace platform::tape_library {
 
@@ -20,12 +22,19 @@ struct cartridge {
     bool cleaning = false;
     std::optional<std::uint16_t> source;  ///< address of the element it came from, as the personality tracks it
     bool by_operator = false;             ///< put into a port by hand, not by the robot
+    std::uint32_t capacity = 0;           ///< MiB
+    std::uint32_t used = 0;               ///< MiB
+    std::uint64_t written = 0;            ///< MB in the cartridge's life
+    std::uint64_t read = 0;               ///< MB in the cartridge's life
+    std::uint32_t loads = 0;              ///< how often it was put into a drive
 };
 
 struct element {
     std::optional<cartridge> medium;
-    bool loaded = false;   ///< of a drive: the tape is threaded, not just pushed in
-    sense_code exception;  ///< other than `sense::none`: the element is in an abnormal state
+    bool loaded = false;          ///< of a drive: the tape is threaded, not just pushed in
+    sense_code exception;         ///< other than `sense::none`: the element is in an abnormal state
+    std::uint32_t loads = 0;      ///< of a drive: cartridges that were put into it
+    std::uint32_t cleanings = 0;  ///< of a drive: those of them that cleaned it
 };
 
 /// The elements of one type.
@@ -54,6 +63,9 @@ public:
     /// `AllElements` when there is no such element.
     [[nodiscard]] ELEMENT_TYPE type_of(std::uint16_t address) const;
 
+    /// One as an operator brings it.
+    [[nodiscard]] cartridge blank_cartridge(const std::string& barcode) const;
+
     [[nodiscard]] std::optional<std::uint16_t> locate(std::string_view barcode) const;
 
     /// Moves a cartridge and notes where it came from. The source is full, the destination empty.
@@ -72,8 +84,11 @@ private:
     /// Takes a cartridge out and notes where it came from.
     [[nodiscard]] cartridge take(std::uint16_t address);
     void put(cartridge medium, std::uint16_t address);
+    void read_cartridge(const xml_values& values, const winxml::node_t& node, const std::map<std::string, cartridge>& known);
+    void read_drive(const xml_values& values, const winxml::node_t& node);
 
     bool track_storage_only_;
+    std::uint32_t capacity_;
     std::array<element_group, 4> groups_;
 };
 

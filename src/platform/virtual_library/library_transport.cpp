@@ -76,6 +76,11 @@ void spoil(const fault& hit, command_result& result) {
         case fault_kind::cut_reply:
             result.data.resize(std::min<std::size_t>(result.data.size(), hit.offset));
             break;
+        case fault_kind::replace_reply:
+            if (result.status == scsi_status::good && result.transport_error == error::success) {
+                result.data = hit.bytes;
+            }
+            break;
         case fault_kind::patch_reply:
             for (std::size_t at = 0; at < hit.bytes.size() && hit.offset + at < result.data.size(); ++at) {
                 result.data[hit.offset + at] = hit.bytes[at];
@@ -117,6 +122,10 @@ scsi_outcome virtual_library::execute(logical_unit& unit, nexus& initiator, cons
     const fault_decision decision = core_.faults.decide(unit.number(), cdb);
 
     std::unique_lock<std::mutex> lock(core_.mutex);
+    for (const fault_decision::alert_change& each : decision.alerts) {
+        unit.set_alert(each.flag, each.raised);
+    }
+    const std::int64_t begin = clock_now();
     command_request request{cdb, initiator, lock, deadline, 0, {}};
     if (!cdb.empty() && unit.robot_works(cdb[0])) {
         request.extra_time = decision.delay;
@@ -135,6 +144,12 @@ scsi_outcome virtual_library::execute(logical_unit& unit, nexus& initiator, cons
         result = unit.serve(request);
         if (decision.hit) {
             spoil(*decision.hit, result);
+        }
+        if (clock_now() != begin) {
+            // A unit that was pulled while it worked can't answer any more.
+            if (const std::optional<std::uint32_t> code = core_.faults.died(unit.number(), cdb)) {
+                result = command_result::transport(*code);
+            }
         }
     }
     return to_outcome(result, command);

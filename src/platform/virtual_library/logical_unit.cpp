@@ -12,8 +12,6 @@ namespace {
 
 constexpr std::uint8_t all_pages = 0x3F;
 constexpr std::uint8_t all_subpages = 0xFF;
-constexpr std::uint8_t log_page_supported = 0x00;
-constexpr std::uint8_t log_page_alerts = 0x2E;
 
 }  // namespace
 
@@ -61,15 +59,11 @@ bool logical_unit::removal_prevented() const {
     return std::any_of(initiators_.begin(), initiators_.end(), [](const nexus& each) { return each.prevents_removal; });
 }
 
-void logical_unit::raise_alert(std::uint8_t flag) {
-    alerts_.set(flag - 1U);
+void logical_unit::set_alert(std::uint8_t flag, bool raised) {
+    alerts_.set(flag - 1U, raised);
     for (nexus& each : initiators_) {
         each.alerts_read.reset(flag - 1U);
     }
-}
-
-void logical_unit::clear_alert(std::uint8_t flag) {
-    alerts_.reset(flag - 1U);
 }
 
 command_result logical_unit::serve(command_request& request) {
@@ -91,17 +85,20 @@ command_result logical_unit::serve(command_request& request) {
     if (request.cdb.size() < traits.length) {
         return command_result::check(sense::invalid_field);
     }
+    if (const std::optional<sense_data> work = occupied(); work && !traits.while_occupied) {
+        return command_result::check(*work);
+    }
     return dispatch(request);
 }
 
 command_result logical_unit::request_sense(command_request& request) {
     const bool descriptor = (request.cdb[1] & 0x01) != 0;
-    sense_code code = sense::none;
+    sense_data data = condition();
     if (!request.initiator.attentions.empty()) {
-        code = request.initiator.attentions.front();
+        data = request.initiator.attentions.front();
         request.initiator.attentions.pop_front();
     }
-    return command_result::with_data(descriptor ? descriptor_format(code) : fixed_format(code), request.cdb[4]);
+    return command_result::with_data(descriptor ? descriptor_format(data) : fixed_format(data), request.cdb[4]);
 }
 
 std::optional<byte_vector> logical_unit::collect_mode_pages(std::uint8_t control, std::uint8_t page, std::uint8_t subpage) const {
@@ -157,28 +154,6 @@ command_result logical_unit::mode_sense_10(command_request& request) {
     reply.insert(reply.end(), blocks.begin(), blocks.end());
     reply.insert(reply.end(), pages->begin(), pages->end());
     util::store_be16(reply, 0, static_cast<std::uint16_t>(reply.size() - 2));
-    return command_result::with_data(std::move(reply), util::load_be16(request.cdb, 7));
-}
-
-command_result logical_unit::log_sense(command_request& request) {
-    const std::uint8_t page = request.cdb[2] & 0x3F;
-    if (request.cdb[3] != 0 || (page != log_page_supported && page != log_page_alerts)) {
-        return command_result::check(sense::invalid_field);
-    }
-    byte_vector reply{page, 0, 0, 0};
-    if (page == log_page_supported) {
-        reply.push_back(log_page_supported);
-        reply.push_back(log_page_alerts);
-    } else {
-        const alert_flags shown = alerts_ & ~request.initiator.alerts_read;
-        for (std::size_t bit = 0; bit < shown.size(); ++bit) {
-            const std::array<std::uint8_t, 5> parameter{0, static_cast<std::uint8_t>(bit + 1), 0x03, 1,
-                                                        static_cast<std::uint8_t>(shown.test(bit) ? 1 : 0)};
-            reply.insert(reply.end(), parameter.begin(), parameter.end());
-        }
-        request.initiator.alerts_read |= alerts_;
-    }
-    util::store_be16(reply, 2, static_cast<std::uint16_t>(reply.size() - 4));
     return command_result::with_data(std::move(reply), util::load_be16(request.cdb, 7));
 }
 

@@ -33,7 +33,7 @@ struct nexus {
 /// How a command ended. With `transport_error` other than 0 nothing else means anything; `sense` goes with CHECK CONDITION.
 struct command_result {
     std::uint8_t status = scsi_status::good;
-    sense_code sense;
+    sense_data sense;
     byte_vector data;
     std::uint32_t transport_error = 0;
 
@@ -44,7 +44,7 @@ struct command_result {
         }
         return {scsi_status::good, {}, std::move(data), 0};
     }
-    static command_result check(const sense_code& code) { return {scsi_status::check_condition, code, {}, 0}; }
+    static command_result check(const sense_data& data) { return {scsi_status::check_condition, data, {}, 0}; }
     static command_result with_status(std::uint8_t status) { return {status, {}, {}, 0}; }
     static command_result transport(std::uint32_t error) { return {scsi_status::good, {}, {}, error}; }
 };
@@ -68,6 +68,7 @@ struct command_traits {
     bool ignores_attention = false;    ///< answered although a unit attention is pending
     bool ignores_reservation = false;  ///< answered although another initiator has reserved the unit
     bool by_robot = false;             ///< the robot's time, not the answer's, is what a delay adds to
+    bool while_occupied = false;       ///< answered although the unit is at work on a medium
 };
 
 /// Table of operation codes for one kind of unit. Whatever has no row of its own is answered by the default row.
@@ -96,6 +97,17 @@ private:
     std::array<row, 256> rows_{};
 };
 
+/// What the value of a log parameter is, as the low two bits of its control byte say (SPC-4).
+enum class log_format : std::uint8_t { bounded_counter = 0, ascii_list = 1, unbounded_counter = 2, binary_list = 3 };
+
+struct log_parameter {
+    std::uint16_t code = 0;
+    log_format format = log_format::binary_list;
+    byte_vector value;
+};
+
+using log_parameters = std::vector<log_parameter>;
+
 /// Identity of a unit as INQUIRY tells it.
 struct unit_identity {
     std::uint8_t peripheral_type = 0;
@@ -106,8 +118,8 @@ struct unit_identity {
     std::vector<std::uint16_t> version_descriptors;
 };
 
-/// What every unit answers, and the order in which conditions are looked at: reservation, unit attention, operation code, the
-/// command itself (SAM-5). All operations want the library's mutex held.
+/// What every unit answers, and the order in which conditions are looked at: reservation, unit attention, operation code, work
+/// under way, the command itself (SAM-5). All operations want the library's mutex held.
 class logical_unit {
 public:
     logical_unit(library_core& core, std::uint8_t number, unit_identity identity)
@@ -130,8 +142,8 @@ public:
     /// Queues a unit attention for every initiator but one.
     void raise(const sense_code& attention, const nexus* but = nullptr);
     [[nodiscard]] bool removal_prevented() const;
-    void raise_alert(std::uint8_t flag);
-    void clear_alert(std::uint8_t flag);
+    /// Raises or clears TapeAlert flag 1 to 64. One that is raised, again or for the first time, is news to every initiator.
+    void set_alert(std::uint8_t flag, bool raised);
 
 protected:
     [[nodiscard]] virtual const command_traits& traits_of(std::uint8_t code) const = 0;
@@ -151,6 +163,16 @@ protected:
     [[nodiscard]] virtual std::uint8_t device_specific() const { return 0; }
     /// Empty for a unit that has none.
     [[nodiscard]] virtual byte_vector block_descriptor() const { return {}; }
+    /// The log pages beyond 00, in ascending order.
+    [[nodiscard]] virtual std::vector<std::uint8_t> log_pages() const;
+    /// The parameters of such a page in ascending order of their codes, as this initiator gets to see them.
+    [[nodiscard]] virtual log_parameters log_page(std::uint8_t page, const nexus& initiator) const;
+    /// What a command is told that can't be served because the unit is at work; nothing when it isn't.
+    [[nodiscard]] virtual std::optional<sense_data> occupied() const { return std::nullopt; }
+    /// What REQUEST SENSE tells when there is nothing else to tell.
+    [[nodiscard]] virtual sense_data condition() const { return {}; }
+    [[nodiscard]] const alert_flags& alerts() const { return alerts_; }
+
     /// An initiator is gone; the reference dies with the call.
     virtual void forget(const nexus&) {}
 

@@ -16,6 +16,9 @@ constexpr std::int64_t longest_time = 24LL * 60 * 60 * 1000;
 constexpr std::uint64_t most_addresses = 0xFFFF;
 constexpr std::size_t most_drives = 254;  // logical units 1 to 254 behind the changer
 constexpr std::size_t barcode_size = 32;
+constexpr std::uint64_t most_megabytes = 0xFFFFFFFF;  // log pages tell a capacity in 4 bytes
+constexpr std::uint64_t most_lifetime_megabytes = ~std::uint64_t{0};
+constexpr std::array<std::uint8_t, 7> known_log_pages{0x0C, 0x11, 0x12, 0x14, 0x17, 0x2E, 0x31};
 
 constexpr std::array<std::pair<designator, const char*>, 4> designator_names{{{designator::vendor_specific, "vendor-specific"},
                                                                               {designator::t10_vendor, "t10-vendor"},
@@ -29,6 +32,18 @@ constexpr std::array<std::pair<drive_identifier, const char*>, 6> identifier_nam
      {drive_identifier::vendor_full, "vendor-full"},
      {drive_identifier::tail, "tail"},
      {drive_identifier::naa, "naa"}}};
+
+constexpr std::array<std::pair<const char*, std::int64_t timings::*>, 11> timing_fields{{{"move", &timings::move},
+                                                                                         {"position", &timings::position},
+                                                                                         {"inventory", &timings::inventory},
+                                                                                         {"load", &timings::load},
+                                                                                         {"unload", &timings::unload},
+                                                                                         {"rewind", &timings::rewind},
+                                                                                         {"ready", &timings::ready},
+                                                                                         {"erase-short", &timings::erase_short},
+                                                                                         {"erase-long", &timings::erase_long},
+                                                                                         {"tension", &timings::tension},
+                                                                                         {"format", &timings::format}}};
 
 template <typename Value, std::size_t Count>
 std::string name_of(const std::array<std::pair<Value, const char*>, Count>& names, Value value) {
@@ -101,6 +116,7 @@ void read_cartridges(const xml_values& values, const winxml::node_t& root, perso
     if (!cartridges) {
         return;
     }
+    value.capacity = static_cast<std::uint32_t>(values.number_or(cartridges, "capacity", most_megabytes, value.capacity));
     for (const winxml::node_t& node : values.children(cartridges)) {
         cartridge_definition one;
         one.barcode = values.text(node, "barcode");
@@ -108,6 +124,12 @@ void read_cartridges(const xml_values& values, const winxml::node_t& root, perso
         one.write_protected = values.flag_or(node, "write-protected", false);
         one.worm = values.flag_or(node, "worm", false);
         one.cleaning = values.flag_or(node, "cleaning", false);
+        if (values.find(node, "capacity")) {
+            one.capacity = static_cast<std::uint32_t>(values.number(node, "capacity", most_megabytes));
+        }
+        one.used = static_cast<std::uint32_t>(values.number_or(node, "used", most_megabytes, 0));
+        one.written = values.number_or(node, "written", most_lifetime_megabytes, 0);
+        one.read = values.number_or(node, "read", most_lifetime_megabytes, 0);
         value.cartridges.push_back(std::move(one));
     }
 }
@@ -117,11 +139,9 @@ void read_timings(const xml_values& values, const winxml::node_t& root, personal
     if (!node) {
         return;
     }
-    const auto milliseconds = [&](const char* name) {
-        return static_cast<std::int64_t>(values.number_or(node, name, static_cast<std::uint64_t>(longest_time), 0));
-    };
-    value.timings = {milliseconds("move"), milliseconds("position"), milliseconds("inventory"),
-                     milliseconds("load"), milliseconds("unload"),   milliseconds("rewind")};
+    for (const auto& [name, field] : timing_fields) {
+        value.timings.*field = static_cast<std::int64_t>(values.number_or(node, name, static_cast<std::uint64_t>(longest_time), 0));
+    }
 }
 
 void read_behaviour(const xml_values& values, const winxml::node_t& root, personality& value) {
@@ -147,7 +167,11 @@ void read_behaviour(const xml_values& values, const winxml::node_t& root, person
     value.unload_on_move = values.flag_or(node, "unload-on-move", value.unload_on_move);
     value.track_storage_only = values.flag_or(node, "track-storage-only", value.track_storage_only);
     value.exchange = values.flag_or(node, "exchange", value.exchange);
+    value.clear_alerts_on_read = values.flag_or(node, "clear-alerts-on-read", value.clear_alerts_on_read);
     value.refused = values.bytes_or_none(node, "refused-commands");
+    if (values.find(node, "log-pages")) {
+        value.log_pages = values.bytes_or_none(node, "log-pages");
+    }
 }
 
 /// Texts in SCSI data are printable ASCII; nothing else can be sent.
@@ -188,6 +212,19 @@ void check_ranges(const xml_values& values, const personality& value) {
     }
 }
 
+/// Pages are announced in ascending order, and none twice.
+void check_log_pages(const xml_values& values, const personality& value) {
+    for (std::size_t at = 0; at < value.log_pages.size(); ++at) {
+        const std::uint8_t page = value.log_pages[at];
+        if (std::find(known_log_pages.begin(), known_log_pages.end(), page) == known_log_pages.end()) {
+            values.fail("there is no log page " + text::to_string(std::uint32_t{page}));
+        }
+        if (at > 0 && value.log_pages[at - 1] >= page) {
+            values.fail("the log pages aren't in ascending order");
+        }
+    }
+}
+
 bool within(const element_range& range, std::uint16_t address) {
     return address >= range.first && address - range.first < range.count;
 }
@@ -206,6 +243,9 @@ void check_cartridges(const xml_values& values, const personality& value) {
         }
         if (!one.barcode.empty() && !labels.insert(one.barcode).second) {
             values.fail("bar code '" + one.barcode + "' is on two cartridges");
+        }
+        if (one.used > one.capacity.value_or(value.capacity)) {
+            values.fail("cartridge '" + one.barcode + "': more is used than it has room for");
         }
     }
 }
@@ -242,15 +282,27 @@ std::string drives_text(const personality& value) {
 }
 
 std::string cartridges_text(const personality& value) {
-    std::string text = "    <cartridges>\n";
+    std::string text = "    <cartridges" + attribute("capacity", std::int64_t{value.capacity}) + ">\n";
     for (const cartridge_definition& one : value.cartridges) {
         text += "        <cartridge" + attribute("barcode", one.barcode) + attribute("element", std::int64_t{one.element});
         text += one.write_protected ? flag("write-protected", true) : "";
         text += one.worm ? flag("worm", true) : "";
         text += one.cleaning ? flag("cleaning", true) : "";
+        text += one.capacity ? attribute("capacity", std::int64_t{*one.capacity}) : "";
+        text += one.used != 0 ? attribute("used", std::int64_t{one.used}) : "";
+        text += one.written != 0 ? attribute("written", text::to_string(one.written)) : "";
+        text += one.read != 0 ? attribute("read", text::to_string(one.read)) : "";
         text += "/>\n";
     }
     return text + "    </cartridges>\n";
+}
+
+std::string numbers(const std::vector<std::uint8_t>& values) {
+    std::string text;
+    for (const std::uint8_t one : values) {
+        text += (text.empty() ? "" : " ") + text::to_string(std::uint32_t{one});
+    }
+    return text;
 }
 
 std::string behaviour_text(const personality& value) {
@@ -258,17 +310,14 @@ std::string behaviour_text(const personality& value) {
     for (const designator one : value.designators) {
         designators += (designators.empty() ? "" : " ") + name_of(designator_names, one);
     }
-    std::string refused;
-    for (const std::uint8_t opcode : value.refused) {
-        refused += (refused.empty() ? "" : " ") + text::to_string(std::uint32_t{opcode});
-    }
     return "    <behaviour" + attribute("designators", designators) +
            attribute("drive-identifier", name_of(identifier_names, value.identifier)) +
            attribute("extra-bytes", std::int64_t{value.extra_bytes}) + flag("volume-tags", value.volume_tags) +
            flag("blank-empty-tags", value.blank_empty_tags) + flag("medium-types", value.medium_types) +
            flag("device-identifiers", value.device_identifiers) + flag("power-on-attention", value.power_on_attention) +
            flag("unload-on-move", value.unload_on_move) + flag("track-storage-only", value.track_storage_only) +
-           flag("exchange", value.exchange) + attribute("refused-commands", refused) + "/>\n";
+           flag("exchange", value.exchange) + flag("clear-alerts-on-read", value.clear_alerts_on_read) +
+           attribute("refused-commands", numbers(value.refused)) + attribute("log-pages", numbers(value.log_pages)) + "/>\n";
 }
 
 }  // namespace
@@ -289,6 +338,7 @@ void check_personality(const personality& value, const std::string& path) {
         values.fail("the path of the state file is empty");
     }
     check_ranges(values, value);
+    check_log_pages(values, value);
     check_cartridges(values, value);
 }
 
@@ -316,10 +366,11 @@ std::string personality_text(const personality& value) {
                        ">\n    <elements>\n" + range_line("transports", value.transports) + range_line("slots", value.slots) +
                        range_line("ports", value.ports) + range_line("drives", value.drives) + "    </elements>\n";
     text += drives_text(value) + cartridges_text(value);
-    text += "    <timings" + attribute("move", value.timings.move) + attribute("position", value.timings.position) +
-            attribute("inventory", value.timings.inventory) + attribute("load", value.timings.load) +
-            attribute("unload", value.timings.unload) + attribute("rewind", value.timings.rewind) + "/>\n";
-    return text + behaviour_text(value) + "</library>\n";
+    text += "    <timings";
+    for (const auto& [name, field] : timing_fields) {
+        text += attribute(name, value.timings.*field);
+    }
+    return text + "/>\n" + behaviour_text(value) + "</library>\n";
 }
 
 }  // namespace platform::tape_library

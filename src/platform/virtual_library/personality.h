@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,6 +29,10 @@ struct cartridge_definition {
     bool write_protected = false;
     bool worm = false;
     bool cleaning = false;
+    std::optional<std::uint32_t> capacity{};  ///< MiB; nothing: what the library's cartridges have
+    std::uint32_t used = 0;                   ///< MiB, at most the capacity
+    std::uint64_t written = 0;                ///< MB written in the cartridge's life
+    std::uint64_t read = 0;                   ///< MB read in the cartridge's life
 };
 
 struct drive_definition {
@@ -68,6 +73,11 @@ struct timings {
     std::int64_t load = 0;
     std::int64_t unload = 0;
     std::int64_t rewind = 0;
+    std::int64_t ready = 0;  ///< from the end of a load until the drive is ready
+    std::int64_t erase_short = 0;
+    std::int64_t erase_long = 0;
+    std::int64_t tension = 0;
+    std::int64_t format = 0;
 };
 
 /// What a library is: everything that its file `library.xml` says.
@@ -86,6 +96,7 @@ struct personality {
     std::vector<drive_definition> drive_units;
     drive_type drive;
     std::vector<cartridge_definition> cartridges;
+    std::uint32_t capacity = 11'444'092;  ///< MiB of a cartridge of which nothing else is said
     tape_library::timings timings;
 
     std::vector<designator> designators{designator::t10_vendor, designator::naa};  ///< empty: no such page
@@ -99,7 +110,9 @@ struct personality {
     bool unload_on_move = true;         ///< a move from a loaded drive ejects the tape first; false: it is refused
     bool track_storage_only = true;     ///< the source element is the last storage slot; false: the last element of any kind
     bool exchange = true;               ///< EXCHANGE MEDIUM is answered and announced
+    bool clear_alerts_on_read = true;   ///< a TapeAlert flag is shown to each initiator once; false: until it is cleared
     std::vector<std::uint8_t> refused;  ///< operation codes answered as unknown
+    std::vector<std::uint8_t> log_pages{0x0C, 0x11, 0x12, 0x14, 0x17, 0x2E, 0x31};  ///< of the drives, ascending
 };
 
 /// Reads `library.xml`. `path` is for messages. Throws `library_error`.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace platform::tape_library {
@@ -17,7 +18,12 @@ struct sense_code {
 /// The conditions that the emulated units report by themselves.
 namespace sense {
 inline constexpr sense_code none{0x0, 0x00, 0x00};
+inline constexpr sense_code progress{0x0, 0x00, 0x16};
+inline constexpr sense_code erase_progress{0x0, 0x00, 0x18};
+inline constexpr sense_code rewind_progress{0x0, 0x00, 0x1A};
 inline constexpr sense_code becoming_ready{0x2, 0x04, 0x01};
+inline constexpr sense_code format_in_progress{0x2, 0x04, 0x04};
+inline constexpr sense_code operation_in_progress{0x2, 0x04, 0x07};
 inline constexpr sense_code door_open{0x2, 0x04, 0x18};
 inline constexpr sense_code cleaning_cartridge{0x2, 0x30, 0x03};
 inline constexpr sense_code medium_not_present{0x2, 0x3A, 0x00};
@@ -34,11 +40,21 @@ inline constexpr sense_code removal_prevented{0x5, 0x53, 0x02};
 inline constexpr sense_code medium_may_have_changed{0x6, 0x28, 0x00};
 inline constexpr sense_code import_export_accessed{0x6, 0x28, 0x01};
 inline constexpr sense_code power_on{0x6, 0x29, 0x00};
+inline constexpr sense_code write_protected{0x7, 0x27, 0x00};
+inline constexpr sense_code worm_overwrite{0x7, 0x30, 0x0C};
 }  // namespace sense
 
-/// 18 bytes, response code 70h.
-[[nodiscard]] std::vector<std::uint8_t> fixed_format(const sense_code& code);
-/// 8 bytes, response code 72h.
-[[nodiscard]] std::vector<std::uint8_t> descriptor_format(const sense_code& code);
+/// A sense code and, where an operation is under way, how far it has come: of 65536.
+struct sense_data {
+    sense_data(const sense_code& that = {}, std::optional<std::uint16_t> so_far = std::nullopt) : code(that), progress(so_far) {}
+
+    sense_code code;
+    std::optional<std::uint16_t> progress;
+};
+
+/// 18 bytes, response code 70h; the progress in the sense key specific bytes.
+[[nodiscard]] std::vector<std::uint8_t> fixed_format(const sense_data& data);
+/// 8 bytes, response code 72h; 16 with a descriptor that tells the progress.
+[[nodiscard]] std::vector<std::uint8_t> descriptor_format(const sense_data& data);
 
 }  // namespace platform::tape_library

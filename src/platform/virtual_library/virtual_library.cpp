@@ -108,8 +108,7 @@ bool virtual_library::change_port(std::uint16_t port, std::optional<cartridge> c
 }
 
 bool virtual_library::insert(std::uint16_t port, const std::string& barcode) {
-    cartridge fresh;
-    fresh.barcode = barcode;
+    cartridge fresh = core_.elements.blank_cartridge(barcode);
     fresh.by_operator = true;
     return change_port(port, std::move(fresh));
 }
@@ -143,11 +142,7 @@ void virtual_library::raise(std::uint8_t unit, const sense_code& attention) {
 
 void virtual_library::set_alert(std::uint8_t unit, std::uint8_t flag, bool active) {
     const std::lock_guard<std::mutex> guard(core_.mutex);
-    if (active) {
-        at(unit).raise_alert(flag);
-    } else {
-        at(unit).clear_alert(flag);
-    }
+    at(unit).set_alert(flag, active);
 }
 
 void virtual_library::set_exception(std::uint16_t element_address, const sense_code& code) {

@@ -1,5 +1,7 @@
 #include "platform/virtual_library/virtual_library_source.h"
 
+#include <algorithm>
+
 #include "foundation/logging/log_writer.h"
 #include "foundation/text/conversion.h"
 #include "foundation/util/bytes.h"
@@ -16,6 +18,10 @@ using device_stack::scsi_transport;
 
 constexpr std::uint8_t inquiry_allocation = 255;
 constexpr std::int64_t inquiry_seconds = 5;
+
+std::string identity_of(const std::string& library, std::size_t unit) {
+    return library + "#" + text::to_string(static_cast<std::uint32_t>(unit));
+}
 
 /// INQUIRY of a vital product data page, or the standard one. False: the unit doesn't answer.
 bool inquire(scsi_transport& unit, std::uint8_t vital, std::uint8_t page, std::vector<std::uint8_t>& answer) {
@@ -78,7 +84,7 @@ std::vector<logical_unit_info> virtual_library_source::enumerate() {
             }
             logical_unit_info info;
             info.peripheral_type = standard[0] & 0x1F;
-            info.identity = one.name + "#" + text::to_string(static_cast<std::uint32_t>(unit));
+            info.identity = identity_of(one.name, unit);
             info.serial = util::to_text(util::slice(serial, 4, util::load_be16(serial, 2)));
             info.location.target = static_cast<std::uint8_t>(target);
             info.location.lun = static_cast<std::uint8_t>(unit);
@@ -90,10 +96,14 @@ std::vector<logical_unit_info> virtual_library_source::enumerate() {
 
 std::shared_ptr<scsi_transport> virtual_library_source::open(const std::string& identity, std::uint32_t& error) {
     const std::lock_guard<std::mutex> guard(mutex_);
+    const std::size_t mark = std::min(identity.rfind('#'), identity.size());
     for (entry& one : entries_) {
+        if (identity.compare(0, mark, one.name) != 0) {
+            continue;
+        }
         try_open(one);
         for (std::size_t unit = 0; unit < one.transports.size(); ++unit) {
-            if (identity == one.name + "#" + text::to_string(static_cast<std::uint32_t>(unit))) {
+            if (identity == identity_of(one.name, unit)) {
                 error = error::success;
                 return one.transports[unit];
             }

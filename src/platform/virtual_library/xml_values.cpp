@@ -91,16 +91,18 @@ std::uint64_t xml_values::parse_number(const std::string& value, std::string_vie
     const unsigned base = hexadecimal ? 16 : 10;
     const std::string_view digits = std::string_view(value).substr(hexadecimal ? 2 : 0);
     std::uint64_t number = 0;
-    bool good = !digits.empty() && digits.size() <= 16;
+    bool good = !digits.empty();
+    bool fits = true;
     for (const char digit : digits) {
         const unsigned one = digit_value(digit);
         good = good && one < base;
+        fits = fits && number <= (~std::uint64_t{0} - one) / base;
         number = number * base + one;
     }
     if (!good) {
         fail("attribute '" + std::string(name) + "': '" + value + "' isn't a number");
     }
-    if (number > maximum) {
+    if (!fits || number > maximum) {
         fail("attribute '" + std::string(name) + "': " + value + " is above " + text::to_string(maximum));
     }
     return number;

@@ -8,11 +8,12 @@ _tarnoctl() {
     done
     case $previous in
         --socket|--password-file) COMPREPLY=($(compgen -f -- "$word")); return ;;
+        --authentication) COMPREPLY=($(compgen -W "negotiate kerberos ntlm" -- "$word")); return ;;
         --host) COMPREPLY=($(compgen -A hostname -- "$word")); return ;;
-        --user|--owner|--changer|--timeout) return ;;
+        --user|--service|--owner|--changer|--timeout) return ;;
     esac
     if [[ $word == -* ]]; then
-        COMPREPLY=($(compgen -W "--help --version --host --socket --user --password-file --owner --changer --by-scsi --json --timeout --all" -- "$word"))
+        COMPREPLY=($(compgen -W "--help --version --host --socket --user --authentication --service --password-file --owner --changer --by-scsi --json --timeout --all" -- "$word"))
     elif [[ -z $command ]]; then
         COMPREPLY=($(compgen -W "call changers inventory load unload move owner" -- "$word"))
     elif [[ $command == move ]]; then

@@ -45,8 +45,10 @@ struct connection_options {
     std::string host;  ///< empty: the local socket
     std::uint16_t port = 6166;
     std::string socket = "/run/tarno-tape/rpc.sock";
-    std::string user;  ///< for a host: "user" or "DOMAIN\user"; empty: no authentication
+    std::string authentication = "negotiate";  ///< for a host: "negotiate", "kerberos" or "ntlm"
+    std::string user;  ///< for a host: "user" or "DOMAIN\user" of NTLM; empty: Kerberos, with the user's tickets
     std::string password;
+    std::string service;  ///< the server's Kerberos principal, "class/host" or with "@REALM"; empty: TarnoTapeSvc/HOST
     std::int64_t timeout_seconds = 3600;  ///< for one call; moves may take minutes
 };
 

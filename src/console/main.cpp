@@ -80,7 +80,12 @@ public:
         app_.add_option("--host", options_.server.host,
                         "server on another machine, HOST or HOST:PORT; without it the local socket is used");
         app_.add_option("--socket", options_.server.socket, "path of the local socket")->capture_default_str();
-        app_.add_option("--user", options_.server.user, "account on the server, NAME or DOMAIN\\NAME, for --host");
+        app_.add_option("--user", options_.server.user,
+                        "account on the server, NAME or DOMAIN\\NAME, for --host; without it Kerberos takes the tickets of kinit");
+        app_.add_option("--authentication", options_.server.authentication, "how to authenticate to --host")
+            ->capture_default_str()
+            ->check(CLI::IsMember({"negotiate", "kerberos", "ntlm"}));
+        app_.add_option("--service", options_.server.service, "the server's Kerberos principal (default: TarnoTapeSvc/HOST)");
         app_.add_option("--password-file", options_.password_file,
                         "file whose first line is the password; without it the password is asked for");
         app_.add_option("--owner", options_.owner,

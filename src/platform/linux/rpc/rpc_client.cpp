@@ -194,6 +194,9 @@ void rpc_client::bind(const syntax_id& interface, duration time_out, std::unique
     auth_token auth;
     if (security_) {
         token = security_->next_token({});
+        if (security_->current_state() == client_security::state::refused) {
+            throw rpc_client_error(kind::unable, 0, "This user can't prove who it is: " + security_->reason());
+        }
         check_security(token);
         auth = {security_->auth_type(), static_cast<std::uint8_t>(level_), security_context_id, token};
     }

@@ -20,6 +20,7 @@ public:
     enum class kind : std::uint8_t {
         connect_failed,  ///< nobody there; `status()` is the errno, 0 when the name is unknown
         rejected,        ///< the server refused the bind, the interface or the authentication; `status()` is its reason
+        unable,          ///< this side can't prove who calls, for lack of a ticket perhaps; the server wasn't asked
         fault,           ///< the server answered the call with a fault; `status()` says which
         lost,            ///< the connection ended, or what came over it makes no sense
         timed_out        ///< the call's time is over; the connection can't be used any more

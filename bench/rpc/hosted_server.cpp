@@ -67,7 +67,7 @@ std::uint32_t serve_text(const platform::rpc_request& request, platform::rpc_rep
         interface_codec::request_reader reader(request.stub, request.little_endian);
         static_cast<void>(reader.read_string());
         const interface_codec::request_text input = reader.read_string();
-        const bool whole = text::wide_to_utf8(input.c_str()).size() == given.size();
+        const bool whole = text::wide_to_utf8(input.all()).size() == given.size();
         const InvokeResult result{whole, std::nullopt};
         interface_codec::WriteResultReply(reply.allocate(interface_codec::ResultReplySize(result)), result);
         return platform::rpc_status::ok;

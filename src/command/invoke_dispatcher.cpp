@@ -28,6 +28,9 @@ void append_ansi(std::string& line, std::u16string_view text) {
 
 /// One log line of a call.
 void log_call_line(std::string_view tag, const std::u16string& procedure, std::u16string_view text) {
+    if (!g_rpcLog.log().takes_entries()) {
+        return;
+    }
     std::string line(tag);
     append_ansi(line, procedure);
     line.push_back(':');

@@ -1,5 +1,7 @@
 #include "command/svc_context.h"
 
+#include <atomic>
+
 #include <boost/make_shared.hpp>
 #include <boost/thread/lock_guard.hpp>
 
@@ -56,14 +58,26 @@ boost::shared_ptr<boost::mutex> CSvcContext::GetDeviceMutex(const std::string& d
 }
 
 boost::shared_ptr<CSvcContext> service_context_slot::get() const {
-    const boost::lock_guard<boost::mutex> lock(mutex_);
-    return context_;
+    const place& own = places_[own_place()];
+    const boost::lock_guard<boost::mutex> lock(own.mutex);
+    return own.context;
 }
 
 void service_context_slot::set(const boost::shared_ptr<CSvcContext>& context) {
-    boost::shared_ptr<CSvcContext> former = context;  // a last reference goes after the lock
-    const boost::lock_guard<boost::mutex> lock(mutex_);
-    context_.swap(former);
+    for (place& one : places_) {
+        boost::shared_ptr<CSvcContext> changed;  // a last reference goes after the lock
+        if (context) {
+            changed.reset(context.get(), [context](CSvcContext*) {});
+        }
+        const boost::lock_guard<boost::mutex> lock(one.mutex);
+        one.context.swap(changed);
+    }
+}
+
+std::size_t service_context_slot::own_place() {
+    static std::atomic<std::size_t> threads{0};
+    thread_local const std::size_t own = threads.fetch_add(1, std::memory_order_relaxed) % place_count;
+    return own;
 }
 
 }  // namespace ctx

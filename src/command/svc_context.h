@@ -3,6 +3,8 @@
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/mutex.hpp>
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -34,7 +36,8 @@ private:
     std::map<std::string, boost::shared_ptr<boost::mutex>> device_mutexes_;
 };
 
-/// Place of a shared context that one thread sets and many read at once.
+/// Place of a shared context that one thread sets and many read at once. Each call reads it, so the readers are spread over some
+/// places: they would else fight for one lock and for one count of owners.
 class service_context_slot {
 public:
     [[nodiscard]] boost::shared_ptr<CSvcContext> get() const;
@@ -42,8 +45,14 @@ public:
     void reset() { set({}); }
 
 private:
-    mutable boost::mutex mutex_;
-    boost::shared_ptr<CSvcContext> context_;
+    static constexpr std::size_t place_count = 8;
+    struct alignas(64) place {
+        mutable boost::mutex mutex;
+        boost::shared_ptr<CSvcContext> context;  ///< counted apart from those of the other places
+    };
+    [[nodiscard]] static std::size_t own_place();
+
+    std::array<place, place_count> places_;
 };
 
 }  // namespace ctx

@@ -20,8 +20,8 @@ constexpr procedure_row procedure_table[] = {
     {u"SetOwnerName", before_gate, procedures::SetOwnerName},
     {u"TestCompatible", before_gate, procedures::TestCompatible},
     {u"GetLogFolder", before_gate, procedures::GetLogFolder, procedure_end::falls_through},
-    {u"EnumLocks", before_gate, procedures::EnumLocks},
-    {u"GetOwnerName", before_gate, procedures::GetOwnerName},
+    {u"EnumLocks", before_gate, procedures::EnumLocks, procedure_end::answered, false},
+    {u"GetOwnerName", before_gate, procedures::GetOwnerName, procedure_end::answered, false},
     {u"GetChangers", changers, procedures::GetChangers},
     {u"GetChanger", changers, procedures::GetChanger},
     {u"UnloadMedium", changers, procedures::UnloadMedium},
@@ -60,7 +60,7 @@ constexpr procedure_row procedure_table[] = {
     {u"GetChangerAlerts", alerts, procedures::GetChangerAlerts},
 };
 
-const procedure_row* find_procedure(const std::u16string& name) {
+const procedure_row* find_procedure(std::u16string_view name) {
     const auto* found = std::find_if(std::begin(procedure_table), std::end(procedure_table),
                                      [&](const procedure_row& row) { return row.name == name; });
     return found != std::end(procedure_table) ? found : nullptr;
@@ -80,6 +80,14 @@ void pass_owner_gate(const CInputArguments& input) {
 
 std::span<const procedure_row> ProcedureTable() {
     return procedure_table;
+}
+
+bool ProcedureMayWait(std::u16string_view name) {
+    if (name == wrap::serial_invoker_procedure) {
+        return false;
+    }
+    const procedure_row* row = find_procedure(name);
+    return row == nullptr || row->may_wait;
 }
 
 void CTapeInvokeDispatcher::Invoke(const std::u16string& procedure, const CInputArguments& input, COutputArguments& output) {

@@ -34,10 +34,14 @@ struct procedure_row {
     procedure_group group;
     procedure_body body;
     procedure_end end = procedure_end::answered;
+    bool may_wait = true;  ///< for a device, a disk or a lock that is held over such waiting
 };
 
 /// All procedures, in the order of the look-up. A new one is a new row.
 [[nodiscard]] std::span<const procedure_row> ProcedureTable();
+
+/// Whether a call of this procedure may wait; the frame's own can't.
+[[nodiscard]] bool ProcedureMayWait(std::u16string_view name);
 
 /// The dispatcher of the tape server. Every procedure that touches a device runs for the current owner only.
 class CTapeInvokeDispatcher : public wrap::IInvokeDispatcher {

@@ -125,7 +125,7 @@ request_text request_reader::read_string() {
     }
     if (little_endian_ && std::endian::native == std::endian::little &&
         reinterpret_cast<std::uintptr_t>(bytes.data()) % alignof(char16_t) == 0) {
-        return {reinterpret_cast<const char16_t*>(bytes.data())};
+        return request_text(std::u16string_view(reinterpret_cast<const char16_t*>(bytes.data()), count - 1));
     }
     std::u16string copy(count - 1, u'\0');
     for (std::size_t index = 0; index < copy.size(); ++index) {

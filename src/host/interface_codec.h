@@ -4,6 +4,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "command/invoke_dispatcher.h"
 
@@ -19,13 +20,16 @@ struct bad_stub_data {};
 /// otherwise. The request has to outlive it.
 class request_text {
 public:
-    request_text(const char16_t* in_place) : in_place_(in_place) {}
+    /// A terminator follows the view.
+    explicit request_text(std::u16string_view in_place) : in_place_(in_place) {}
     explicit request_text(std::u16string copy) : copy_(std::move(copy)) {}
 
-    [[nodiscard]] const char16_t* c_str() const { return in_place_ != nullptr ? in_place_ : copy_.c_str(); }
+    [[nodiscard]] const char16_t* c_str() const { return in_place_.data() != nullptr ? in_place_.data() : copy_.c_str(); }
+    /// All that came in front of the last terminator. There may be others within.
+    [[nodiscard]] std::u16string_view all() const { return in_place_.data() != nullptr ? in_place_ : std::u16string_view(copy_); }
 
 private:
-    const char16_t* in_place_ = nullptr;
+    std::u16string_view in_place_;
     std::u16string copy_;
 };
 

@@ -14,6 +14,8 @@ namespace {
 constexpr std::array<std::uint8_t, 16> interface_uuid = {0xD1, 0xC2, 0xC0, 0x7A, 0xD9, 0x89, 0x48, 0xCC,
                                                          0xA4, 0x23, 0xB7, 0x3E, 0xCD, 0x51, 0x8D, 0x40};
 
+constexpr std::uint16_t do_rpc_operation = 0;
+
 constexpr std::uint32_t out_of_memory = 14;  ///< RPC_S_OUT_OF_MEMORY
 constexpr std::uint32_t call_failed = 1726;  ///< RPC_S_CALL_FAILED
 
@@ -92,7 +94,23 @@ platform::rpc_interface InvokerInterface() {
     offered.minor_version = 0;
     offered.operations = static_cast<std::uint16_t>(std::size(operations));
     offered.dispatch = DispatchInvokerCall;
+    offered.may_wait = InvokerCallMayWait;
     return offered;
+}
+
+bool InvokerCallMayWait(const platform::rpc_request& request) {
+    if (request.operation != do_rpc_operation) {
+        return false;
+    }
+    try {
+        interface_codec::request_reader reader(request.stub, request.little_endian);
+        const interface_codec::request_text procedure = reader.read_string();
+        return ProcedureMayWait(procedure.c_str()) || g_rpcLog.log().may_take_long();
+    } catch (const interface_codec::bad_stub_data&) {
+        return false;  // refused as soon as it is looked at
+    } catch (const std::exception&) {
+        return true;
+    }
 }
 
 std::uint32_t DispatchInvokerCall(const platform::rpc_request& request, platform::rpc_reply& reply) {

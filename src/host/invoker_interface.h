@@ -22,3 +22,6 @@
 /// Decodes one request, runs its manager function and writes the answer. Returns the status for the client: 0, 1783 for stub
 /// data that isn't the interface's, or another system error number.
 [[nodiscard]] std::uint32_t DispatchInvokerCall(const platform::rpc_request& request, platform::rpc_reply& reply);
+
+/// Whether serving a request may wait for a device, a disk or another call: all procedures but a few that only look at memory.
+[[nodiscard]] bool InvokerCallMayWait(const platform::rpc_request& request);

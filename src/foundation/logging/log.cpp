@@ -22,6 +22,8 @@ constexpr std::size_t brief_thread_id_width = 2;
 constexpr std::uint32_t brief_thread_id_range = 100;
 /// Time stamp, thread, tag and line ending of an ordinary line; only a reserve.
 constexpr std::size_t typical_overhead = 64;
+/// Entries that other threads may write between a look at the number of entries and the next entry.
+constexpr std::int32_t entries_in_flight = 64;
 
 /// Keeps the calling thread's last error over a scope.
 class last_error_keeper {
@@ -35,10 +37,22 @@ private:
     std::uint32_t code_;
 };
 
-void append_number(std::string& entry, int number, std::size_t width, char fill) {
-    const std::string digits = std::to_string(number);
-    entry.append(width > digits.size() ? width - digits.size() : 0, fill);
-    entry += digits;
+/// Keeps a flag set over a scope.
+class flag_over_scope {
+public:
+    explicit flag_over_scope(std::atomic<bool>& flag) : flag_(flag) { flag_ = true; }
+    ~flag_over_scope() { flag_ = false; }
+    flag_over_scope(const flag_over_scope&) = delete;
+    flag_over_scope& operator=(const flag_over_scope&) = delete;
+
+private:
+    std::atomic<bool>& flag_;
+};
+
+/// Two digits of a number below 100.
+void append_two_digits(std::string& entry, int number) {
+    entry += static_cast<char>('0' + number / 10 % 10);
+    entry += static_cast<char>('0' + number % 10);
 }
 
 void append_time(std::string& entry) {
@@ -48,17 +62,18 @@ void append_time(std::string& entry) {
         return;
     }
     entry += '[';
-    append_number(entry, now.day, 2, '0');
+    append_two_digits(entry, now.day);
     entry += '.';
-    append_number(entry, now.month, 2, '0');
+    append_two_digits(entry, now.month);
     entry += '.';
-    append_number(entry, now.year, 4, '0');
+    append_two_digits(entry, now.year / 100);
+    append_two_digits(entry, now.year % 100);
     entry += ' ';
-    append_number(entry, now.hour, 2, '0');
+    append_two_digits(entry, now.hour);
     entry += ':';
-    append_number(entry, now.minute, 2, '0');
+    append_two_digits(entry, now.minute);
     entry += ':';
-    append_number(entry, now.second, 2, '0');
+    append_two_digits(entry, now.second);
     entry += "] ";
 }
 
@@ -120,6 +135,9 @@ struct log_t::entry_form {
 log_t::log_t() = default;
 
 void log_t::write(level entry_level, std::int32_t indent, const format::line_format_t* format, std::string_view text) {
+    if (!takes_entries()) {
+        return;
+    }
     const lock_t lock(mutex_);
     if (muted_ || receiver_ == nullptr || format == nullptr) {
         return;
@@ -182,6 +200,7 @@ void log_t::check_size_when_due() {
     }
     // Set back first: the check may log, and must not find itself due again; nor is a failed one repeated at every entry.
     entries_since_check_ = 0;
+    const flag_over_scope checking(checks_size_);
     const boost::shared_ptr<size_check_t> check = check_size_;
     const boost::shared_ptr<receiver::log_file_t> receiver = receiver_;
     check->check(*receiver);
@@ -190,6 +209,16 @@ void log_t::check_size_when_due() {
 void log_t::set_receiver(boost::shared_ptr<receiver::log_file_t> receiver) {
     const lock_t lock(mutex_);
     receiver_ = std::move(receiver);
+    note_receiver();
+}
+
+/// With the mutex held.
+void log_t::note_receiver() {
+    takes_entries_ = receiver_ != nullptr && !muted_;
+}
+
+bool log_t::may_take_long() const {
+    return takes_entries() && (checks_size_ || entries_since_check_ >= entries_between_checks - entries_in_flight);
 }
 
 void log_t::set_initialized() {
@@ -221,6 +250,7 @@ void log_t::set_transform(boost::shared_ptr<log_transform_t> transform) {
 void log_t::set_muted(bool muted) {
     const lock_t lock(mutex_);
     muted_ = muted;
+    note_receiver();
 }
 
 std::string log_t::path() const {

@@ -4,10 +4,15 @@
 #include <boost/thread/recursive_mutex.hpp>
 #include <boost/thread/tss.hpp>
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
+
+namespace util {
+class zip_writer_t;
+}
 
 namespace logging {
 
@@ -16,8 +21,6 @@ namespace receiver {
 /// Takes finished text and stores it. Only `log_t` calls it, under its mutex.
 class log_file_t {
 public:
-    virtual ~log_file_t() = default;
-
     /// Stores the text in one piece. A failure stays inside: the text is lost then.
     virtual void write(const std::string& text) = 0;
     /// Path of the log, UTF-8; empty when it is no file.
@@ -26,6 +29,10 @@ public:
     [[nodiscard]] virtual const std::string& line_end() const = 0;
     /// Bytes stored so far in the present log.
     [[nodiscard]] virtual std::uint64_t size() = 0;
+    /// Moves all that is stored into the archive and completes it. What is no file has nothing to move. Throws; everything is as
+    /// it was then.
+    virtual void compress(const boost::shared_ptr<util::zip_writer_t>& /*zip_writer*/) {}
+    virtual ~log_file_t() = default;
 
     bool flush_each_write = false;
 };
@@ -97,6 +104,11 @@ public:
     void lower_indent();
 
     [[nodiscard]] bool initialized() const;
+    /// False: an entry would be dropped, so that its text needn't be made.
+    [[nodiscard]] bool takes_entries() const { return takes_entries_.load(std::memory_order_relaxed); }
+    /// Whether an entry may have to wait for a look at the log's size, which can mean packing the whole log: one is due soon or
+    /// going on. For threads that others wait for.
+    [[nodiscard]] bool may_take_long() const;
 
     /// The one log of the process.
     static boost::shared_ptr<log_t> process_log();
@@ -106,6 +118,7 @@ private:
     [[nodiscard]] std::string build_entry(const entry_form& form, std::string_view text) const;
     void append_line(std::string& entry, const entry_form& form, std::string_view line, std::size_t number) const;
     void check_size_when_due();
+    void note_receiver();
 
     mutable boost::recursive_mutex mutex_;
     boost::shared_ptr<receiver::log_file_t> receiver_;
@@ -114,7 +127,9 @@ private:
     line_style style_ = line_style::full;
     bool muted_ = false;
     boost::shared_ptr<size_check_t> check_size_;
-    std::int32_t entries_since_check_ = 0;
+    std::atomic<std::int32_t> entries_since_check_{0};
+    std::atomic<bool> checks_size_{false};
+    std::atomic<bool> takes_entries_{false};  ///< written under the mutex
     boost::shared_ptr<log_transform_t> transform_;
 };
 

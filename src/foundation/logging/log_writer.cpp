@@ -43,15 +43,21 @@ void log_writer_t::LogMessage(std::string_view text) const {
 }
 
 void log_writer_t::LogMessage(std::string_view pattern, std::string_view a1) const {
-    write(level::message, text::format_message(pattern, a1));
+    if (log_->takes_entries()) {
+        write(level::message, text::format_message(pattern, a1));
+    }
 }
 
 void log_writer_t::LogMessage(std::string_view pattern, std::string_view a1, std::string_view a2) const {
-    write(level::message, text::format_message(pattern, a1, a2));
+    if (log_->takes_entries()) {
+        write(level::message, text::format_message(pattern, a1, a2));
+    }
 }
 
 void log_writer_t::LogMessage(std::string_view pattern, std::string_view a1, std::string_view a2, std::string_view a3) const {
-    write(level::message, text::format_message(pattern, a1, a2, a3));
+    if (log_->takes_entries()) {
+        write(level::message, text::format_message(pattern, a1, a2, a3));
+    }
 }
 
 void log_writer_t::LogInfo(std::string_view text) const {
@@ -59,20 +65,28 @@ void log_writer_t::LogInfo(std::string_view text) const {
 }
 
 void log_writer_t::LogInfo(std::string_view pattern, std::string_view a1) const {
-    write(level::info, text::format_message(pattern, a1));
+    if (log_->takes_entries()) {
+        write(level::info, text::format_message(pattern, a1));
+    }
 }
 
 void log_writer_t::LogInfo(std::string_view pattern, std::string_view a1, std::string_view a2) const {
-    write(level::info, text::format_message(pattern, a1, a2));
+    if (log_->takes_entries()) {
+        write(level::info, text::format_message(pattern, a1, a2));
+    }
 }
 
 void log_writer_t::LogInfo(std::string_view pattern, std::string_view a1, std::string_view a2, std::string_view a3) const {
-    write(level::info, text::format_message(pattern, a1, a2, a3));
+    if (log_->takes_entries()) {
+        write(level::info, text::format_message(pattern, a1, a2, a3));
+    }
 }
 
 void log_writer_t::LogInfo(std::string_view pattern, std::string_view a1, std::string_view a2, std::string_view a3,
                            std::string_view a4) const {
-    write(level::info, text::format_message(pattern, a1, a2, a3, a4));
+    if (log_->takes_entries()) {
+        write(level::info, text::format_message(pattern, a1, a2, a3, a4));
+    }
 }
 
 void log_writer_t::LogWarning(std::string_view text) const {
@@ -80,11 +94,15 @@ void log_writer_t::LogWarning(std::string_view text) const {
 }
 
 void log_writer_t::LogWarning(std::string_view pattern, std::string_view a1) const {
-    write(level::warning, text::format_message(pattern, a1));
+    if (log_->takes_entries()) {
+        write(level::warning, text::format_message(pattern, a1));
+    }
 }
 
 void log_writer_t::LogWarning(std::string_view pattern, std::string_view a1, std::string_view a2) const {
-    write(level::warning, text::format_message(pattern, a1, a2));
+    if (log_->takes_entries()) {
+        write(level::warning, text::format_message(pattern, a1, a2));
+    }
 }
 
 void log_writer_t::LogWarning(const std::exception& e) const {
@@ -100,15 +118,21 @@ void log_writer_t::LogError(std::string_view text) const {
 }
 
 void log_writer_t::LogError(std::string_view pattern, std::string_view a1) const {
-    write(level::error, text::format_message(pattern, a1));
+    if (log_->takes_entries()) {
+        write(level::error, text::format_message(pattern, a1));
+    }
 }
 
 void log_writer_t::LogError(std::string_view pattern, std::string_view a1, std::string_view a2) const {
-    write(level::error, text::format_message(pattern, a1, a2));
+    if (log_->takes_entries()) {
+        write(level::error, text::format_message(pattern, a1, a2));
+    }
 }
 
 void log_writer_t::LogError(std::string_view pattern, std::string_view a1, std::string_view a2, std::string_view a3) const {
-    write(level::error, text::format_message(pattern, a1, a2, a3));
+    if (log_->takes_entries()) {
+        write(level::error, text::format_message(pattern, a1, a2, a3));
+    }
 }
 
 void log_writer_t::LogError(const std::exception& e) const {

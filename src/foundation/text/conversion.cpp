@@ -13,9 +13,24 @@ namespace text {
 namespace {
 
 /// The platform's forms work on terminated text, so what stands behind a terminator never takes part.
-template <typename Unit>
-std::basic_string_view<Unit> to_terminator(std::basic_string_view<Unit> source) {
-    return source.substr(0, source.find(Unit{0}));
+std::string_view to_terminator(std::string_view source) {
+    return source.substr(0, source.find('\0'));
+}
+
+/// Whole blocks are looked at first: the compiler makes vector instructions of a loop without a way out.
+std::u16string_view to_terminator(std::u16string_view source) {
+    constexpr std::size_t block = 64;
+    std::size_t at = 0;
+    for (; source.size() - at >= block; at += block) {
+        std::uint16_t found = 0;
+        for (std::size_t i = 0; i < block; ++i) {
+            found = static_cast<std::uint16_t>(found | (source[at + i] == 0 ? 1 : 0));
+        }
+        if (found != 0) {
+            break;
+        }
+    }
+    return source.substr(0, source.find(u'\0', at));
 }
 
 platform::text_encoding& encoding() {

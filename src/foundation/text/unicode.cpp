@@ -1,7 +1,9 @@
 #include "foundation/text/unicode.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
+#include <cstring>
 #include <iterator>
 
 namespace text::unicode {
@@ -18,32 +20,83 @@ constexpr bool is_low_surrogate(char16_t unit) {
     return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-void append_utf8(std::string& text, char32_t point) {
-    const auto put = [&text](char32_t byte) { text.push_back(static_cast<char>(static_cast<unsigned char>(byte))); };
-    if (point < 0x80) {
-        put(point);
-    } else if (point < 0x800) {
-        put(0xC0 | (point >> 6));
-        put(0x80 | (point & 0x3F));
-    } else if (point < 0x10000) {
-        put(0xE0 | (point >> 12));
-        put(0x80 | ((point >> 6) & 0x3F));
-        put(0x80 | (point & 0x3F));
-    } else {
-        put(0xF0 | (point >> 18));
-        put(0x80 | ((point >> 12) & 0x3F));
-        put(0x80 | ((point >> 6) & 0x3F));
-        put(0x80 | (point & 0x3F));
-    }
+/// Long texts are nearly all ASCII. So many units at a time are looked at, and converted, as one; the compiler makes vector
+/// instructions of the loops over them.
+constexpr std::size_t units_at_once = 16;
+/// Converted text waits for the next append in a buffer that stays in the first cache.
+constexpr std::size_t buffered_units = 2048;
+/// What one step writes at most: the run above, or one character.
+constexpr std::size_t largest_step = units_at_once;
+
+bool all_ascii(const char* bytes) {
+    std::uint64_t words[2];
+    std::memcpy(words, bytes, sizeof(words));
+    return ((words[0] | words[1]) & 0x8080808080808080) == 0;
 }
 
-void append_utf16(std::u16string& text, char32_t point) {
-    if (point < 0x10000) {
-        text.push_back(static_cast<char16_t>(point));
-    } else {
-        text.push_back(static_cast<char16_t>(0xD800 + ((point - 0x10000) >> 10)));
-        text.push_back(static_cast<char16_t>(0xDC00 + ((point - 0x10000) & 0x3FF)));
+bool all_ascii(const char16_t* units) {
+    std::uint64_t words[4];
+    std::memcpy(words, units, sizeof(words));
+    return ((words[0] | words[1] | words[2] | words[3]) & 0xFF80FF80FF80FF80) == 0;
+}
+
+/// Text on its way into a string.
+template <typename Unit>
+class buffered_text {
+public:
+    explicit buffered_text(std::basic_string<Unit>& text) : text_(text) {}
+
+    /// Where up to `largest_step` units may be written next.
+    Unit* room() {
+        if (used_ > buffered_units - largest_step) {
+            flush();
+        }
+        return buffer_.data() + used_;
     }
+    void wrote(std::size_t count) { used_ += count; }
+    void flush() {
+        text_.append(buffer_.data(), used_);
+        used_ = 0;
+    }
+
+private:
+    std::basic_string<Unit>& text_;
+    std::array<Unit, buffered_units> buffer_;
+    std::size_t used_ = 0;
+};
+
+std::size_t put_utf8(char* out, char32_t point) {
+    const auto byte = [](char32_t value) { return static_cast<char>(static_cast<unsigned char>(value)); };
+    if (point < 0x80) {
+        out[0] = byte(point);
+        return 1;
+    }
+    if (point < 0x800) {
+        out[0] = byte(0xC0 | (point >> 6));
+        out[1] = byte(0x80 | (point & 0x3F));
+        return 2;
+    }
+    if (point < 0x10000) {
+        out[0] = byte(0xE0 | (point >> 12));
+        out[1] = byte(0x80 | ((point >> 6) & 0x3F));
+        out[2] = byte(0x80 | (point & 0x3F));
+        return 3;
+    }
+    out[0] = byte(0xF0 | (point >> 18));
+    out[1] = byte(0x80 | ((point >> 12) & 0x3F));
+    out[2] = byte(0x80 | ((point >> 6) & 0x3F));
+    out[3] = byte(0x80 | (point & 0x3F));
+    return 4;
+}
+
+std::size_t put_utf16(char16_t* out, char32_t point) {
+    if (point < 0x10000) {
+        out[0] = static_cast<char16_t>(point);
+        return 1;
+    }
+    out[0] = static_cast<char16_t>(0xD800 + ((point - 0x10000) >> 10));
+    out[1] = static_cast<char16_t>(0xDC00 + ((point - 0x10000) & 0x3FF));
+    return 2;
 }
 
 struct sequence {
@@ -88,20 +141,33 @@ sequence read_sequence(std::string_view bytes) {
 
 /// Decodes up to the end or the first sequence that isn't well-formed, and returns how many bytes that took.
 std::size_t decode_well_formed(std::string_view bytes, std::u16string& decoded) {
+    buffered_text<char16_t> out(decoded);
     std::size_t at = 0;
     while (at < bytes.size()) {
+        char16_t* const room = out.room();
+        if (bytes.size() - at >= units_at_once && all_ascii(bytes.data() + at)) {
+            const char* const run = bytes.data() + at;
+            for (std::size_t i = 0; i < units_at_once; ++i) {
+                room[i] = static_cast<unsigned char>(run[i]);
+            }
+            out.wrote(units_at_once);
+            at += units_at_once;
+            continue;
+        }
         if (static_cast<unsigned char>(bytes[at]) < 0x80) {
-            decoded.push_back(static_cast<char16_t>(bytes[at]));
+            room[0] = static_cast<char16_t>(bytes[at]);
+            out.wrote(1);
             ++at;
             continue;
         }
         const sequence next = read_sequence(bytes.substr(at));
         if (!next.well_formed) {
-            return at;
+            break;
         }
-        append_utf16(decoded, next.point);
+        out.wrote(put_utf16(room, next.point));
         at += next.length;
     }
+    out.flush();
     return at;
 }
 
@@ -163,15 +229,27 @@ constexpr case_run case_runs[] = {
 std::string encode_utf8(std::u16string_view text) {
     std::string encoded;
     encoded.reserve(text.size() + text.size() / 8);
+    buffered_text<char> out(encoded);
     for (std::size_t at = 0; at < text.size(); ++at) {
+        char* const room = out.room();
+        if (text.size() - at >= units_at_once && all_ascii(text.data() + at)) {
+            const char16_t* const run = text.data() + at;
+            for (std::size_t i = 0; i < units_at_once; ++i) {
+                room[i] = static_cast<char>(run[i]);
+            }
+            out.wrote(units_at_once);
+            at += units_at_once - 1;
+            continue;
+        }
         const char16_t unit = text[at];
         if (is_high_surrogate(unit) && at + 1 < text.size() && is_low_surrogate(text[at + 1])) {
-            append_utf8(encoded, 0x10000 + ((char32_t{unit} - 0xD800) << 10) + (char32_t{text[at + 1]} - 0xDC00));
+            out.wrote(put_utf8(room, 0x10000 + ((char32_t{unit} - 0xD800) << 10) + (char32_t{text[at + 1]} - 0xDC00)));
             ++at;
         } else {
-            append_utf8(encoded, is_high_surrogate(unit) || is_low_surrogate(unit) ? replacement : unit);
+            out.wrote(put_utf8(room, is_high_surrogate(unit) || is_low_surrogate(unit) ? replacement : unit));
         }
     }
+    out.flush();
     return encoded;
 }
 

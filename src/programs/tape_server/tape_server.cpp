@@ -1,5 +1,8 @@
 #include "programs/tape_server/tape_server.h"
 
+#include <boost/thread/thread.hpp>
+
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -16,6 +19,9 @@ namespace tape_server {
 using platform::device_stack::scsi_source;
 
 namespace {
+
+/// More than these are not kept busy by the network of one machine.
+constexpr unsigned most_network_threads = 8;
 
 /// `file` is for messages: a setting that can't be understood throws `settings_error` about it.
 std::shared_ptr<scsi_source> make_iscsi_source(const std::vector<std::string>& urls, const std::string& file) {
@@ -97,6 +103,7 @@ void assembled_system::add_rpc() {
     platform::linux_rpc::rpc_server_options options;
     options.listen_address = settings.listen_address;
     options.local_socket = settings.local_socket;
+    options.network_threads = std::clamp(boost::thread::hardware_concurrency(), 1U, most_network_threads);
     options.on_event = [](const std::string& sentence) { g_rpcLog.LogInfo(sentence); };
     rpc_ = std::make_unique<platform::linux_rpc::rpc_server>(std::move(options));
 

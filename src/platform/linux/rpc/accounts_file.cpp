@@ -211,7 +211,16 @@ void accounts_file::replace(const std::string& text) const {
 }
 
 live_accounts::live_accounts(std::string path, std::function<void(const std::string&)> report)
-    : file_(std::move(path)), report_(std::move(report)) {}
+    : file_(std::move(path)), report_(std::move(report)), watch_(file_.path()) {}
+
+std::uint64_t live_accounts::generation() {
+    // In this order: whoever finds the watch settled already by another thread finds its flag, too, or its result.
+    if (watch_.may_have_changed() || refreshing_) {
+        const std::lock_guard lock(mutex_);
+        refresh();
+    }
+    return generation_;
+}
 
 std::optional<account> live_accounts::find(std::u16string_view name) {
     const std::lock_guard lock(mutex_);
@@ -221,6 +230,18 @@ std::optional<account> live_accounts::find(std::u16string_view name) {
 }
 
 void live_accounts::refresh() {
+    class refreshing {
+    public:
+        explicit refreshing(std::atomic<bool>& flag) : flag_(flag) { flag_ = true; }
+        ~refreshing() { flag_ = false; }
+        refreshing(const refreshing&) = delete;
+        refreshing& operator=(const refreshing&) = delete;
+
+    private:
+        std::atomic<bool>& flag_;
+    };
+    const refreshing in_progress(refreshing_);
+    watch_.settle();
     // The stamp is taken before the file is read: a change in between shows as a difference at the next look.
     struct stat status {};
     const std::optional<struct stat> now = ::stat(file_.path().c_str(), &status) == 0 ? std::optional(status) : std::nullopt;
@@ -228,6 +249,7 @@ void live_accounts::refresh() {
     if (same) {
         return;
     }
+    ++generation_;
     looked_ = true;
     seen_ = now;
     table_ = account_table();

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -11,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/linux/rpc/folder_watch.h"
 #include "platform/linux/rpc/ntlm_crypto.h"
 
 namespace platform::linux_rpc {
@@ -28,6 +30,12 @@ public:
     virtual ~account_source() = default;
     /// Names compare without regard to case. Nothing when there is no such account, or none can be looked up at the moment.
     [[nodiscard]] virtual std::optional<account> find(std::u16string_view name) = 0;
+    /// A number that differs from an earlier one when an answer of `find` may have changed since. Asked for each call, so a source
+    /// that can tell for little says so; this one can't tell.
+    [[nodiscard]] virtual std::uint64_t generation() { return ++unknown_; }
+
+private:
+    std::atomic<std::uint64_t> unknown_{0};
 };
 
 /// The file can't be used. `what()` is a sentence with the file's path and, where one is at fault, the line.
@@ -87,7 +95,7 @@ private:
     std::string path_;
 };
 
-/// The accounts file of a running server: a look at its time stamp tells at each search whether it has to be read again. A
+/// The accounts file of a running server, read again whenever it has changed: a search is never answered from an older one. A
 /// file that can't be used, or that others may read or change, holds no accounts for as long as it stays so.
 class live_accounts : public account_source {
 public:
@@ -95,6 +103,7 @@ public:
     live_accounts(std::string path, std::function<void(const std::string&)> report);
 
     [[nodiscard]] std::optional<account> find(std::u16string_view name) override;
+    [[nodiscard]] std::uint64_t generation() override;
 
 private:
     void refresh();
@@ -102,6 +111,10 @@ private:
     accounts_file file_;
     std::function<void(const std::string&)> report_;
     std::mutex mutex_;
+    folder_watch watch_;
+    /// While this is set, the watch has been settled and the file not been looked at yet.
+    std::atomic<bool> refreshing_{false};
+    std::atomic<std::uint64_t> generation_{0};
     std::optional<struct stat> seen_;  ///< as it was when it was last read
     bool looked_ = false;
     account_table table_;

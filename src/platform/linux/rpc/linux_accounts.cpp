@@ -1,6 +1,7 @@
 #include "platform/linux/rpc/linux_accounts.h"
 
 #include <algorithm>
+#include <atomic>
 #include <initializer_list>
 
 #include "platform/errors.h"
@@ -72,6 +73,33 @@ administrator_rules administrator_rules::of(std::string_view groups, std::string
     return {split_list(groups), split_list(principals)};
 }
 
+struct linux_accounts::thread_contexts {
+    client_context add(caller examined) {
+        open.push_back({++last, std::move(examined)});
+        return last;
+    }
+    bool remove(client_context context) {
+        return std::erase_if(open, [context](const entry& one) { return one.context == context; }) != 0;
+    }
+    [[nodiscard]] const caller* find(client_context context) const {
+        const auto found = std::find_if(open.begin(), open.end(), [context](const entry& one) { return one.context == context; });
+        return found == open.end() ? nullptr : &found->examined;
+    }
+
+    struct entry {
+        client_context context;
+        caller examined;
+    };
+    std::vector<entry> open;
+    client_context last = first_context();
+
+    /// A number that no other thread gives out.
+    static client_context first_context() {
+        static std::atomic<client_context> threads{0};
+        return ++threads << 40;
+    }
+};
+
 linux_accounts::linux_accounts(administrator_rules rules, user_database& users) : rules_(std::move(rules)), users_(users) {}
 
 std::uint32_t linux_accounts::open_client_context(client_context& context) {
@@ -82,22 +110,17 @@ std::uint32_t linux_accounts::open_client_context(client_context& context) {
     if (!call->identity->authenticated) {
         return rpc_status::binding_has_no_auth;
     }
-    // Outside the lock: the name service may take its time.
-    auto examined = std::make_shared<const caller>(examine(*call->identity));
-    const std::lock_guard lock(mutex_);
-    context = ++last_context_;
-    callers_.emplace(context, std::move(examined));
+    context = own_contexts().add(examine(*call->identity));
     return rpc_status::ok;
 }
 
 std::uint32_t linux_accounts::free_client_context(client_context context) {
-    const std::lock_guard lock(mutex_);
-    return callers_.erase(context) != 0 ? rpc_status::ok : error::invalid_parameter;
+    return own_contexts().remove(context) ? rpc_status::ok : error::invalid_parameter;
 }
 
 std::uint32_t linux_accounts::client_groups_size(client_context context) {
-    const std::shared_ptr<const caller> found = find(context);
-    if (!found || (found->groups.empty() && found->error == 0)) {
+    const caller* const found = own_contexts().find(context);
+    if (found == nullptr || (found->groups.empty() && found->error == 0)) {
         return 0;
     }
     std::size_t size = list_header_size;
@@ -108,8 +131,8 @@ std::uint32_t linux_accounts::client_groups_size(client_context context) {
 }
 
 bool linux_accounts::client_groups(client_context context, std::vector<group_entry>& groups) {
-    const std::shared_ptr<const caller> found = find(context);
-    const std::uint32_t code = found ? found->error : error::invalid_handle;
+    const caller* const found = own_contexts().find(context);
+    const std::uint32_t code = found != nullptr ? found->error : error::invalid_handle;
     if (code != 0) {
         fail_with(code);
         return false;
@@ -152,7 +175,8 @@ linux_accounts::caller linux_accounts::examine(const client_identity& identity) 
 }
 
 bool linux_accounts::is_administrator(const client_identity& identity, const std::vector<gid_t>& groups) {
-    if (identity.administrator || (identity.local && identity.uid == 0)) {
+    const bool by_mechanism = identity.standing ? identity.standing->administrator() : identity.administrator;
+    if (by_mechanism || (identity.local && identity.uid == 0)) {
         return true;
     }
     const auto names_the_caller = [&](const std::string& principal) { return equal_without_case(principal, identity.name); };
@@ -165,10 +189,9 @@ bool linux_accounts::is_administrator(const client_identity& identity, const std
     });
 }
 
-std::shared_ptr<const linux_accounts::caller> linux_accounts::find(client_context context) {
-    const std::lock_guard lock(mutex_);
-    const auto found = callers_.find(context);
-    return found == callers_.end() ? nullptr : found->second;
+linux_accounts::thread_contexts& linux_accounts::own_contexts() {
+    thread_local thread_contexts contexts;
+    return contexts;
 }
 
 }  // namespace platform::linux_rpc

@@ -3,9 +3,6 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <map>
-#include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -42,7 +39,8 @@ struct administrator_rules {
 };
 
 /// Answers who calls by what the transport's authentication has proved. Unix groups appear as S-1-22-2-gid; an administrator also
-/// bears S-1-5-32-544. The verdict is made afresh for each authorisation context, that is for each call.
+/// bears S-1-5-32-544. The verdict is made afresh for each authorisation context, that is for each call. A context is known to the
+/// thread that opened it only.
 class linux_accounts : public accounts {
 public:
     explicit linux_accounts(administrator_rules rules, user_database& users = user_database::of_system());
@@ -61,13 +59,12 @@ private:
 
     [[nodiscard]] caller examine(const client_identity& identity);
     [[nodiscard]] bool is_administrator(const client_identity& identity, const std::vector<gid_t>& groups);
-    [[nodiscard]] std::shared_ptr<const caller> find(client_context context);
+    /// The contexts of the calling thread: they belong to the call that it serves, so that no thread waits for another here.
+    struct thread_contexts;
+    [[nodiscard]] static thread_contexts& own_contexts();
 
     administrator_rules rules_;
     user_database& users_;
-    std::mutex mutex_;
-    client_context last_context_ = 0;
-    std::map<client_context, std::shared_ptr<const caller>> callers_;
 };
 
 }  // namespace platform::linux_rpc

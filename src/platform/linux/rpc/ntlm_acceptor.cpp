@@ -11,6 +11,29 @@ namespace platform::linux_rpc {
 
 namespace {
 
+/// What the accounts file says of an account at the moment.
+class account_standing final : public caller_standing {
+public:
+    account_standing(std::shared_ptr<account_source> accounts, std::u16string name)
+        : accounts_(std::move(accounts)), name_(std::move(name)) {}
+
+    [[nodiscard]] bool administrator() override {
+        const std::uint64_t generation = accounts_->generation();
+        if (generation != generation_) {
+            const std::optional<account> found = accounts_->find(name_);
+            administrator_ = found && !found->disabled && found->administrator;
+            generation_ = generation;
+        }
+        return administrator_;
+    }
+
+private:
+    std::shared_ptr<account_source> accounts_;
+    std::u16string name_;
+    std::optional<std::uint64_t> generation_;  ///< of what is known here
+    bool administrator_ = false;
+};
+
 namespace flag = ntlm::flag;
 
 constexpr std::uint32_t supported_flags = flag::unicode | flag::request_target | flag::sign | flag::seal | flag::ntlm |
@@ -228,6 +251,7 @@ std::string ntlm_acceptor::verify(const ntlm::authenticate_message& message, std
         }
         identity_.name = computer + "\\" + found->name;
         identity_.administrator = found->administrator;
+        identity_.standing = std::make_shared<account_standing>(settings_->accounts, message.user);
         identity_.authenticated = true;
     }
     return fault;

@@ -14,6 +14,15 @@ namespace platform::linux_rpc {
 /// Authentication levels of the connection-oriented protocol (C706 13.1.2.1, MS-RPCE 2.2.1.1.8).
 enum class auth_level : std::uint8_t { none = 1, connect = 2, call = 3, packet = 4, integrity = 5, privacy = 6 };
 
+/// What becomes of a caller after it has proved who it is: rights can be taken away and given while the connection lasts. Used by
+/// one thread at a time.
+class caller_standing {
+public:
+    virtual ~caller_standing() = default;
+    /// Whether the caller is an administrator now, by the mechanism's own word.
+    [[nodiscard]] virtual bool administrator() = 0;
+};
+
 /// Who calls, as the mechanism has proved it.
 struct client_identity {
     std::string name;            ///< "DOMAIN\user", "user@REALM", or the local user's name
@@ -25,6 +34,7 @@ struct client_identity {
     std::string local_account{};  ///< the local user that the mechanism maps a remote caller to, if any: its groups count
     /// Finds `local_account` out, when a call needs it: that may block. Empty: it is known, or there is none to find.
     std::function<std::string()> find_local_account{};
+    std::shared_ptr<caller_standing> standing{};  ///< asked at each call, in the place of `administrator`, when it is there
 };
 
 /// The acceptor's side of one authentication on one connection, and afterwards the protection of its PDUs. Used by one

@@ -1,0 +1,92 @@
+#include "platform/linux/rpc/folder_watch.h"
+
+#include <linux/magic.h>
+#include <sys/inotify.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <iterator>
+
+namespace platform::linux_rpc {
+
+namespace {
+
+using clock = std::chrono::steady_clock;
+
+/// A change that reaches the file around its folder, such as a mount over it, shows after this long.
+constexpr clock::duration longest_trust = std::chrono::seconds(1);
+
+constexpr std::uint32_t watched_events = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO | IN_CREATE |
+                                         IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+/// After these the watch tells nothing more, or not about the folder of that name.
+constexpr std::uint32_t ending_events = IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT;
+
+/// File systems that nobody changes but this machine's kernel (XFS has no name in the header).
+constexpr std::uint32_t xfs_magic = 0x58465342;
+constexpr std::uint32_t local_file_systems[] = {EXT4_SUPER_MAGIC, BTRFS_SUPER_MAGIC, TMPFS_MAGIC, F2FS_SUPER_MAGIC, xfs_magic};
+
+bool is_local(const std::string& folder) {
+    struct statfs status {};
+    return ::statfs(folder.c_str(), &status) == 0 &&
+           std::find(std::begin(local_file_systems), std::end(local_file_systems), static_cast<std::uint32_t>(status.f_type)) !=
+               std::end(local_file_systems);
+}
+
+std::string folder_of(const std::string& file) {
+    const std::size_t slash = file.rfind('/');
+    return slash == std::string::npos ? "." : file.substr(0, slash + 1);
+}
+
+}  // namespace
+
+folder_watch::folder_watch(std::string file)
+    : file_(std::move(file)), folder_(folder_of(file_)), events_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
+
+folder_watch::~folder_watch() {
+    if (events_ >= 0) {
+        (void)::close(events_);
+    }
+}
+
+bool folder_watch::may_have_changed() const {
+    int waiting = 0;
+    return !sees_.load(std::memory_order_acquire) ||
+           clock::now().time_since_epoch().count() - settled_.load(std::memory_order_relaxed) > longest_trust.count() ||
+           ioctl(events_, FIONREAD, &waiting) != 0 || waiting != 0;
+}
+
+void folder_watch::establish() {
+    if (watch_ >= 0) {
+        (void)inotify_rm_watch(events_, watch_);
+    }
+    watch_ = events_ >= 0 && is_local(folder_) ? inotify_add_watch(events_, folder_.c_str(), watched_events) : -1;
+}
+
+void folder_watch::settle() {
+    std::uint32_t seen = 0;
+    alignas(inotify_event) std::array<char, 4096> block;
+    for (ssize_t count = 1; events_ >= 0 && count > 0;) {
+        count = read(events_, block.data(), block.size());
+        for (ssize_t at = 0; at < count;) {
+            inotify_event event{};
+            std::memcpy(&event, block.data() + at, sizeof(event));
+            seen |= event.mask;
+            at += static_cast<ssize_t>(sizeof(event) + event.len);
+        }
+    }
+    if (watch_ < 0 || (seen & ending_events) != 0) {
+        establish();
+    }
+    // What a link leads to can change without its folder.
+    struct stat status {};
+    const bool is_link = ::lstat(file_.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+    sees_.store(watch_ >= 0 && !is_link, std::memory_order_release);
+    settled_.store(clock::now().time_since_epoch().count(), std::memory_order_relaxed);
+}
+
+}  // namespace platform::linux_rpc

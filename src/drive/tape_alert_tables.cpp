@@ -11,12 +11,12 @@ constexpr TapeAlert drive_alerts[] = {
     {0, 0, "Unknown tape alert."},
     {1, 1,
      "The tape drive is having problems reading data.\n"
-     "Nothing has been lost so far, but reading takes longer than it should.\n"
-     "Clean the drive, and copy the tape if the alert comes back."},
+     "Clean the drive: no data has been lost so far, but reading takes longer than it should.\n"
+     "Copy the tape to another one if the alert comes back."},
     {2, 1,
      "The tape drive is having problems writing data.\n"
-     "Nothing has been lost so far, but the tape holds less than it should.\n"
-     "Clean the drive, and use another tape if the alert comes back."},
+     "Clean the drive: no data has been lost so far, but the tape holds less than it should.\n"
+     "Use another tape if the alert comes back."},
     {3, 1, "The operation has stopped because an error has occurred while reading or writing data that the drive cannot correct."},
     {4, 2,
      "Your data is at risk:\n"
@@ -60,7 +60,7 @@ constexpr TapeAlert drive_alerts[] = {
      "Use another type of cartridge for writing."},
     {18, 1,
      "The tape directory on the tape cartridge has been corrupted.\n"
-     "Searching this tape is slow until all of its data has been read once."},
+     "Read all of its data once: until then, searching this tape is slow."},
     {19, 0,
      "The tape cartridge is nearing the end of its calculated life:\n"
      "Use another cartridge for the next backup.\n"
@@ -147,7 +147,7 @@ constexpr TapeAlert drive_alerts[] = {
     {50, 1, "Media statistics have been lost at some time in the past."},
     {51, 1,
      "The tape directory on the tape cartridge just unloaded has been corrupted.\n"
-     "Searching that tape is slow until all of its data has been read once."},
+     "Load it again and read all of its data once: until then, searching that tape is slow."},
     {52, 2,
      "The tape just unloaded could not write its system area successfully:\n"
      "Copy its data to another tape.\n"
@@ -221,11 +221,9 @@ constexpr TapeAlert changer_alerts[] = {
      "If the cartridge stays there, ask the supplier of the library for help."},
     {13, 1,
      "There is a potential problem with the drive ejecting cartridges or with the library mechanism picking them from a slot.\n"
-     "Nothing needs to be done now.\n"
      "If the alert comes back, ask the supplier of the library for help."},
     {14, 1,
      "There is a potential problem with the library mechanism placing a cartridge into a slot.\n"
-     "Nothing needs to be done now.\n"
      "If the alert comes back, ask the supplier of the library for help."},
     {15, 1,
      "There is a potential problem with the drive or the library mechanism loading cartridges.\n"

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <span>
 #include <string_view>
 
@@ -188,6 +189,25 @@ TEST(TapeAlertTables, MessagesAreSentencesOfPlainText) {
                 rest.remove_prefix(std::min(end + 1, rest.size()));
             }
             EXPECT_NE(std::string_view(row.message).back(), '\n');
+        }
+    }
+}
+
+/// What the first word of a step may be: it tells what to do, or when to do it.
+constexpr std::string_view openings[] = {"Ask",    "Check", "Clean",  "Clear", "Close",   "Copy",   "Discard", "Do",
+                                         "Eject",  "Find",  "Get",    "Have",  "If",      "Insert", "Keep",    "Let",
+                                         "Load",   "Read",  "Remove", "Reset", "Restart", "Run",    "See",     "Start",
+                                         "Switch", "Take",  "Try",    "Use",   "Wait",    "Write"};
+
+TEST(TapeAlertTables, EveryStepTellsWhatToDo) {
+    for (const bool is_changer : {false, true}) {
+        for (const TapeAlert& row : TapeAlertTable(is_changer)) {
+            const std::string_view message(row.message);
+            for (std::size_t end = message.find('\n'); end != std::string_view::npos; end = message.find('\n', end + 1)) {
+                const std::string_view step = message.substr(end + 1);
+                const std::string_view first_word = step.substr(0, step.find(' '));
+                EXPECT_NE(std::find(std::begin(openings), std::end(openings), first_word), std::end(openings)) << step;
+            }
         }
     }
 }

@@ -4,6 +4,9 @@
 
 #include "changer/tape_variables.h"
 #include "foundation/exc/exceptions.h"
+#include "platform/devices.h"
+#include "platform/errors.h"
+#include "platform/system.h"
 #include "platform/testing/fakes.h"
 
 namespace {
@@ -228,7 +231,48 @@ TEST_F(DeviceLink, IsTurnedToAnotherTarget) {
     EXPECT_EQ(target, "\\Device\\tape7");
 }
 
+/// Fakes that keep every definition: none can be removed.
+class lasting_names final : public platform::devices {
+public:
+    explicit lasting_names(platform::devices& inner) : inner_(inner) {}
+
+    platform::device_handle open_device(const std::string& link) override { return inner_.open_device(link); }
+    bool close_device(platform::device_handle device) override { return inner_.close_device(device); }
+    bool control(platform::device_handle device, std::uint32_t code, std::span<const std::uint8_t> input,
+                 std::span<std::uint8_t> output, std::uint32_t& returned) override {
+        return inner_.control(device, code, input, output, returned);
+    }
+    bool pass_through_direct(platform::device_handle device, std::span<std::uint8_t> block, std::span<std::uint8_t> data,
+                             std::uint32_t& returned) override {
+        return inner_.pass_through_direct(device, block, data, returned);
+    }
+    bool query_dos_device(const std::string& name, std::string& target) override { return inner_.query_dos_device(name, target); }
+    bool define_dos_device(std::uint32_t flags, const std::string& name, const std::string& target) override {
+        if ((flags & platform::dos_device::remove_definition) != 0) {
+            platform::system().errors->set_last_error(5);
+            return false;
+        }
+        return inner_.define_dos_device(flags, name, target);
+    }
+
+private:
+    platform::devices& inner_;
+};
+
 TEST_F(DeviceLink, IsDefinedAnewEvenWhenTheOldOneStays) {
+    system.devices.set_dos_device("Tape003", "\\Device\\Tape7");
+    lasting_names lasting(system.devices);
+    platform::system_set set = platform::system();
+    set.devices = &lasting;
+    const platform::scoped_system scope(set);
+    EXPECT_EQ(CDeviceEnumerator::DefineDeviceLink("\\Device\\Tape8", "Tape00", 3), "\\\\.\\Tape003");
+    EXPECT_THAT(system.log.lines(), ElementsAre("tap| ERR |Cannot delete Tape003, with error Access is denied."));
+    std::string target;
+    ASSERT_TRUE(system.devices.query_dos_device("Tape003", target));
+    EXPECT_EQ(target, "\\Device\\Tape8");
+}
+
+TEST_F(DeviceLink, AFailedDefinitionIsAFailureWhateverBecameOfTheOldOne) {
     system.devices.set_dos_device("Tape003", "\\Device\\Tape7");
     system.devices.fail_define(5);
     try {

@@ -1,6 +1,9 @@
 #include "platform/linux/linux_settings.h"
 
 #include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdint>
 #include <optional>
 #include <utility>
 
@@ -108,6 +111,45 @@ std::string beside(const std::string& file, const std::string& path) {
     return path.empty() || path.starts_with('/') ? path : folder_of(file) + "/" + path;
 }
 
+/// A limit in its unit, with the least and the most that make sense.
+struct limit_row {
+    const char16_t* name;
+    std::uint32_t least;
+    std::uint32_t most;
+    void (*set)(linux_rpc::rpc_limits& limits, std::uint32_t value);
+};
+
+constexpr std::uint32_t most_bytes = 1024 * 1024 * 1024;
+constexpr std::uint32_t most_seconds = 7 * 24 * 3600;
+
+constexpr std::array limit_rows{
+    limit_row{u"MaxConnections", 1, 65536, [](auto& limits, auto value) { limits.connections = value; }},
+    limit_row{u"MaxConnectionsPerAddress", 1, 65536, [](auto& limits, auto value) { limits.connections_per_address = value; }},
+    limit_row{u"MaxCalls", 1, 1234, [](auto& limits, auto value) { limits.calls = value; }},
+    limit_row{u"MaxRequestBytes", 4096, most_bytes, [](auto& limits, auto value) { limits.request_bytes = value; }},
+    limit_row{u"MaxRequestBytesBeforeAuthentication", 0, most_bytes,
+              [](auto& limits, auto value) { limits.unauthenticated_request_bytes = value; }},
+    limit_row{u"MaxIncompleteBytes", 4096, 2 * most_bytes, [](auto& limits, auto value) { limits.pending_request_bytes = value; }},
+    limit_row{u"BindTimeoutSec", 1, most_seconds, [](auto& limits, auto value) { limits.bind_time = std::chrono::seconds(value); }},
+    limit_row{u"FragmentTimeoutSec", 1, most_seconds,
+              [](auto& limits, auto value) { limits.fragment_time = std::chrono::seconds(value); }},
+    limit_row{u"IdleTimeoutSec", 1, most_seconds, [](auto& limits, auto value) { limits.idle_time = std::chrono::seconds(value); }},
+    limit_row{u"AnswerTimeoutSec", 1, most_seconds,
+              [](auto& limits, auto value) { limits.write_time = std::chrono::seconds(value); }},
+};
+
+void read_limits(const key_reader& access, linux_rpc::rpc_limits& limits) {
+    for (const limit_row& row : limit_rows) {
+        const std::optional<std::uint32_t> value = access.number(row.name);
+        if (value && (*value < row.least || *value > row.most)) {
+            access.refuse(row.name, "must be between " + std::to_string(row.least) + " and " + std::to_string(row.most) + ".");
+        }
+        if (value) {
+            row.set(limits, *value);
+        }
+    }
+}
+
 }  // namespace
 
 linux_settings read_linux_settings(registry& from, const std::string& file) {
@@ -128,6 +170,7 @@ linux_settings read_linux_settings(registry& from, const std::string& file) {
     settings.accounts = beside(file, access.text(u"Accounts").value_or(settings.accounts));
     settings.keytab = beside(file, access.text(u"Keytab").value_or(settings.keytab));
     access.list(u"AdministratorPrincipals", settings.administrator_principals);
+    read_limits(access, settings.limits);
     return settings;
 }
 

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/linux/rpc/rpc_limits.h"
 #include "platform/registry.h"
 
 namespace platform::linux_os {
@@ -26,9 +27,11 @@ struct linux_settings {
     std::string accounts = "/etc/tarno-tape/accounts";                       ///< Access\Accounts
     std::string keytab;                                                      ///< Access\Keytab; empty: the system's own
     std::vector<std::string> administrator_principals;                       ///< Access\AdministratorPrincipals
+    linux_rpc::rpc_limits limits;                                            ///< Access\Max..., Access\...TimeoutSec
 };
 
-/// Reads them once. A value of a wrong type or form throws `settings_error` about `file`.
+/// Reads them once. A value of a wrong type or form, or a limit out of its bounds, throws `settings_error` about
+/// `file`.
 [[nodiscard]] linux_settings read_linux_settings(registry& from, const std::string& file);
 
 /// Whether a value of `Iscsi` names a password: `iscsi://user%password@...`.

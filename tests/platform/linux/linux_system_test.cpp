@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <chrono>
 #include <stdexcept>
 
 #include "platform/linux/settings_file.h"
@@ -17,6 +18,7 @@ using namespace platform;
 using namespace platform::linux_os;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using namespace std::chrono_literals;
 
 constexpr std::string_view devices_path = "SOFTWARE\\Tarno\\Tarno Backup Tape\\Devices";
 constexpr std::string_view access_path = "SOFTWARE\\Tarno\\Tarno Backup Tape\\Access";
@@ -80,6 +82,62 @@ TEST(LinuxSettings, RefuseAWrongType) {
     registry.set_dword(access_path, "Accounts", 1);
     EXPECT_THROW(static_cast<void>(read_linux_settings(registry, "/etc/x.reg")), settings_error);
     EXPECT_EQ(registry.open_keys(), 0U);
+}
+
+TEST(LinuxSettings, LimitsAreTheDocumentedOnes) {
+    platform::testing::memory_registry registry;
+    const linux_rpc::rpc_limits limits = read_linux_settings(registry, "/etc/x.reg").limits;
+    EXPECT_EQ(limits.connections, 2048U);
+    EXPECT_EQ(limits.connections_per_address, 1536U);
+    EXPECT_EQ(limits.calls, 1234U);
+    EXPECT_EQ(limits.request_bytes, 67'108'864U);
+    EXPECT_EQ(limits.unauthenticated_request_bytes, 65'536U);
+    EXPECT_EQ(limits.pending_request_bytes, 268'435'456U);
+    EXPECT_EQ(limits.bind_time, 30s);
+    EXPECT_EQ(limits.fragment_time, 60s);
+    EXPECT_EQ(limits.idle_time, 2h);
+    EXPECT_EQ(limits.write_time, 60s);
+}
+
+TEST(LinuxSettings, EveryLimitIsRead) {
+    platform::testing::memory_registry registry;
+    std::uint32_t value = 5000;
+    for (const char* const name :
+         {"MaxConnections", "MaxConnectionsPerAddress", "MaxRequestBytes", "MaxRequestBytesBeforeAuthentication", "MaxIncompleteBytes",
+          "BindTimeoutSec", "FragmentTimeoutSec", "IdleTimeoutSec", "AnswerTimeoutSec"}) {
+        registry.set_dword(access_path, name, ++value);
+    }
+    registry.set_dword(access_path, "MaxCalls", 7);
+    const linux_rpc::rpc_limits limits = read_linux_settings(registry, "/etc/x.reg").limits;
+    EXPECT_EQ(limits.connections, 5001U);
+    EXPECT_EQ(limits.connections_per_address, 5002U);
+    EXPECT_EQ(limits.request_bytes, 5003U);
+    EXPECT_EQ(limits.unauthenticated_request_bytes, 5004U);
+    EXPECT_EQ(limits.pending_request_bytes, 5005U);
+    EXPECT_EQ(limits.bind_time, 5006s);
+    EXPECT_EQ(limits.fragment_time, 5007s);
+    EXPECT_EQ(limits.idle_time, 5008s);
+    EXPECT_EQ(limits.write_time, 5009s);
+    EXPECT_EQ(limits.calls, 7U);
+}
+
+TEST(LinuxSettings, RefuseALimitOutOfItsBounds) {
+    const auto told = [](const char* name, std::uint32_t value) -> std::string {
+        platform::testing::memory_registry registry;
+        registry.set_dword(access_path, name, value);
+        try {
+            static_cast<void>(read_linux_settings(registry, "/etc/x.reg"));
+        } catch (const settings_error& e) {
+            return e.what();
+        }
+        return {};
+    };
+    const std::string key = "/etc/x.reg: The value SOFTWARE\\Tarno\\Tarno Backup Tape\\Access\\";
+    EXPECT_EQ(told("MaxCalls", 0), key + "MaxCalls must be between 1 and 1234.");
+    EXPECT_EQ(told("MaxCalls", 1235), key + "MaxCalls must be between 1 and 1234.");
+    EXPECT_EQ(told("MaxRequestBytes", 4095), key + "MaxRequestBytes must be between 4096 and 1073741824.");
+    EXPECT_EQ(told("IdleTimeoutSec", 604'801), key + "IdleTimeoutSec must be between 1 and 604800.");
+    EXPECT_EQ(told("MaxRequestBytesBeforeAuthentication", 0), "");
 }
 
 TEST(LinuxSettings, KnowASecretWhenTheySeeOne) {

@@ -29,11 +29,11 @@ private:
     byte_block& block_;
 };
 
-pdu_header response_header(const rpc_call& call, bool first, bool last) {
+pdu_header response_header(std::uint32_t call_id, bool first, bool last) {
     pdu_header header;
     header.type = pdu_type::response;
     header.flags = static_cast<std::uint8_t>((first ? pdu_flag::first : 0) | (last ? pdu_flag::last : 0));
-    header.call_id = call.call_id;
+    header.call_id = call_id;
     return header;
 }
 
@@ -53,7 +53,7 @@ void make_plain_response(const rpc_call& call, outgoing& out) {
     for (std::size_t i = 0; i < count; ++i) {
         const std::size_t at = i * chunk;
         const std::size_t size = std::min(chunk, total - at);
-        pdu_header header = response_header(call, i == 0, i + 1 == count);
+        pdu_header header = response_header(call.call_id, i == 0, i + 1 == count);
         header.fragment_length = static_cast<std::uint16_t>(request_header_size + size);
         const auto hint = static_cast<std::uint32_t>(total - at);
         if (i == 0) {
@@ -68,32 +68,47 @@ void make_plain_response(const rpc_call& call, outgoing& out) {
     }
 }
 
-void make_protected_response(const rpc_call& call, std::span<const std::uint8_t> stub, outgoing& out) {
-    const pdu_protection& protection = call.protection;
+std::size_t protected_overhead(const response_shape& shape) {
+    return request_header_size + auth_trailer_size + shape.protection.context->signature_size();
+}
+
+/// Stub bytes per protected fragment.
+std::size_t protected_chunk(const response_shape& shape) {
+    return (shape.max_fragment - protected_overhead(shape)) & ~(auth_alignment - 1);
+}
+
+/// Appends the fragment that begins at a stub byte; where the next one begins.
+std::size_t append_protected(const response_shape& shape, std::span<const std::uint8_t> stub, std::size_t at, outgoing& out) {
+    const pdu_protection& protection = shape.protection;
     const std::size_t signature = protection.context->signature_size();
-    const std::size_t overhead = request_header_size + auth_trailer_size + signature;
-    const std::size_t chunk = (call.max_fragment - overhead) & ~(auth_alignment - 1);
+    const std::span<const std::uint8_t> part = stub.subspan(at, std::min(protected_chunk(shape), stub.size() - at));
+    const std::size_t pad = (auth_alignment - part.size() % auth_alignment) % auth_alignment;
+    const std::size_t start = out.bytes.size();
+    out.bytes.resize(start + protected_overhead(shape) + part.size() + pad);
+    const std::span<std::uint8_t> pdu = std::span(out.bytes).subspan(start);
+    pdu_header header = response_header(shape.call_id, at == 0, at + part.size() == stub.size());
+    header.fragment_length = static_cast<std::uint16_t>(pdu.size());
+    header.auth_length = static_cast<std::uint16_t>(signature);
+    encode_call_header(pdu, header, static_cast<std::uint32_t>(stub.size() - at), shape.context_id, 0);
+    std::copy(part.begin(), part.end(), pdu.begin() + static_cast<std::ptrdiff_t>(request_header_size));
+    const std::size_t body = part.size() + pad;
+    encode_auth_trailer(pdu.subspan(request_header_size + body), protection.auth_type, static_cast<std::uint8_t>(protection.level),
+                        static_cast<std::uint8_t>(pad), protection.context_id);
+    protection.context->protect(protection.level, pdu.first(pdu.size() - signature), request_header_size, body,
+                                pdu.last(signature));
+    ++out.pdus;
+    return at + part.size();
+}
+
+void make_protected_response(const response_shape& shape, std::span<const std::uint8_t> stub, outgoing& out) {
+    const std::size_t chunk = protected_chunk(shape);
     const std::size_t count = stub.empty() ? 1 : (stub.size() + chunk - 1) / chunk;
     out.numbered = true;
-    out.bytes.reserve(stub.size() + count * (overhead + auth_alignment));
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::span<const std::uint8_t> part = stub.subspan(i * chunk, std::min(chunk, stub.size() - i * chunk));
-        const std::size_t pad = (auth_alignment - part.size() % auth_alignment) % auth_alignment;
-        const std::size_t start = out.bytes.size();
-        out.bytes.resize(start + overhead + part.size() + pad);
-        const std::span<std::uint8_t> pdu = std::span(out.bytes).subspan(start);
-        pdu_header header = response_header(call, i == 0, i + 1 == count);
-        header.fragment_length = static_cast<std::uint16_t>(pdu.size());
-        header.auth_length = static_cast<std::uint16_t>(signature);
-        encode_call_header(pdu, header, static_cast<std::uint32_t>(stub.size() - i * chunk), call.context_id, 0);
-        std::copy(part.begin(), part.end(), pdu.begin() + static_cast<std::ptrdiff_t>(request_header_size));
-        const std::size_t body = part.size() + pad;
-        encode_auth_trailer(pdu.subspan(request_header_size + body), protection.auth_type,
-                            static_cast<std::uint8_t>(protection.level), static_cast<std::uint8_t>(pad), protection.context_id);
-        protection.context->protect(protection.level, pdu.first(pdu.size() - signature), request_header_size, body,
-                                    pdu.last(signature));
-    }
-    out.pdus = static_cast<std::uint32_t>(count);
+    out.bytes.reserve(stub.size() + count * (protected_overhead(shape) + auth_alignment));
+    std::size_t at = 0;
+    do {
+        at = append_protected(shape, stub, at, out);
+    } while (at < stub.size());
     out.pieces.emplace_back(out.bytes);
 }
 
@@ -143,6 +158,14 @@ void rpc_call::own_stub() {
     }
 }
 
+void rpc_call::cut_stub(std::size_t size) {
+    if (borrowed_stub.empty()) {
+        stub.resize(size);
+    } else {
+        borrowed_stub = borrowed_stub.first(size);
+    }
+}
+
 bool rpc_call::may_wait() const {
     const auto& asked = target->description.may_wait;
     if (!asked || identity->local || !identity->local_account.empty() || identity->find_local_account ||
@@ -173,6 +196,26 @@ void outgoing::clear() {
     block.clear(kept_memory);
     pdus = 0;
     numbered = false;
+    rest.reset();
+}
+
+bool outgoing::sign_more(std::size_t fragments) {
+    if (!rest) {
+        return false;
+    }
+    const std::span<const std::uint8_t> stub = block.all().subspan(request_header_size);
+    bytes.clear();
+    pieces.clear();
+    pdus = 0;
+    numbered = true;
+    do {
+        rest->done = append_protected(rest->shape, stub, rest->done, *this);
+    } while (rest->done < stub.size() && pdus < fragments);
+    pieces.emplace_back(bytes);
+    if (rest->done == stub.size()) {
+        rest.reset();
+    }
+    return true;
 }
 
 outgoing serve(rpc_call& call) {
@@ -196,7 +239,12 @@ void serve(rpc_call& call, outgoing& answer) {
     }
     try {
         if (call.protection.signs()) {
-            make_protected_response(call, answer.block.all().subspan(request_header_size), answer);
+            const response_shape shape{call.call_id, call.context_id, call.max_fragment, call.protection};
+            if (call.protection.signed_when_sent) {
+                answer.rest = outgoing::unsigned_rest{shape};
+            } else {
+                make_protected_response(shape, answer.block.all().subspan(request_header_size), answer);
+            }
         } else {
             make_plain_response(call, answer);
         }

@@ -19,25 +19,29 @@ namespace {
 constexpr std::size_t pieces_at_once = 256;
 /// Calls of one connection that are served on the network thread before the others of that thread have their turn.
 constexpr int calls_a_turn = 8;
+/// Fragments that are signed on the network thread in one go.
+constexpr std::size_t fragments_at_once = 16;
 
 class call_task final : public pool_task {
 public:
     call_task(std::shared_ptr<connection> owner, event_loop& events, std::unique_ptr<rpc_call> call)
-        : owner_(std::move(owner)), events_(events), call_(std::move(call)) {}
+        : owner_(std::move(owner)), events_(events), call_(std::move(call)), call_id_(call_->call_id) {}
 
     void run() override {
         answer_ = serve(*call_);
         call_.reset();
     }
     void deliver() override {
-        events_.post_action(
-            [owner = std::move(owner_), answer = std::move(answer_)]() mutable { owner->finished(std::move(answer)); });
+        events_.post_action([owner = std::move(owner_), id = call_id_, answer = std::move(answer_)]() mutable {
+            owner->finished(id, std::move(answer));
+        });
     }
 
 private:
     std::shared_ptr<connection> owner_;
     event_loop& events_;
     std::unique_ptr<rpc_call> call_;
+    const std::uint32_t call_id_;
     outgoing answer_;
 };
 
@@ -118,7 +122,7 @@ void connection::retire() {
         return;
     }
     close_after_write_ = true;
-    if (!serving_ && !writing_) {
+    if (calls_.empty() && !writing_) {
         send(outgoing(encode_shutdown()));
         watch_deadline();
     }
@@ -159,6 +163,9 @@ void connection::on_ready(std::uint32_t events) {
 void connection::on_turn() {
     guarded([this] {
         served_this_turn_ = 0;
+        if (writing_) {
+            flush();
+        }
         if (!closed_ && !writing_) {
             resume();
         }
@@ -168,9 +175,14 @@ void connection::on_turn() {
     });
 }
 
+/// Whether no further request is taken before an answer is there.
+bool connection::busy() const {
+    return calls_.size() >= (session_.multiplexed() ? loop_.core.limits.multiplexed_calls : 1);
+}
+
 bool connection::may_read() const {
     // While an answer or a turn is due, no more than the next fragment is taken in: who doesn't wait has to hold the rest himself.
-    const bool enough = pending_.size() >= (serving_ ? loop_.core.limits.fragment_bytes : loop_.buffer.size() / 2);
+    const bool enough = pending_.size() >= (busy() ? loop_.core.limits.fragment_bytes : loop_.buffer.size() / 2);
     return !closed_ && !end_of_input_ && !writing_ && !enough;
 }
 
@@ -189,13 +201,13 @@ void connection::read_some() {
     const std::size_t kept = pending_.size();
     std::copy(pending_.begin(), pending_.end(), loop_.buffer.begin());
     const std::size_t room =
-        serving_ ? std::min<std::size_t>(loop_.core.limits.fragment_bytes, loop_.buffer.size() - kept) : loop_.buffer.size() - kept;
+        busy() ? std::min<std::size_t>(loop_.core.limits.fragment_bytes, loop_.buffer.size() - kept) : loop_.buffer.size() - kept;
     const ssize_t received = recv(socket_, loop_.buffer.data() + kept, room, 0);
     if (received < 0 && errno == EINTR) {
         read_on();
     } else if (received < 0 && would_block(errno)) {
         readable_ = false;
-    } else if (received == 0 && serving_) {
+    } else if (received == 0 && !calls_.empty()) {
         end_of_input_ = true;  // whoever closed only one direction still gets the answers
     } else if (received <= 0) {
         close();
@@ -235,7 +247,7 @@ void connection::discard_input() {
 
 /// Takes the PDUs that are whole; keeps what is left in `pending_`.
 void connection::consume(std::span<std::uint8_t> data) {
-    if (!serving_ && session_.established()) {
+    if (calls_.empty() && session_.established()) {
         settled_ = loop_.events.now();  // what comes now may begin another authentication, which has the time to bind again
     }
     while (!closed_ && !writing_ && !close_after_write_) {
@@ -244,13 +256,13 @@ void connection::consume(std::span<std::uint8_t> data) {
             break;
         }
         if (auto verdict = session_.judge_header(*header)) {
-            if (serving_) {
-                break;  // the answer that is due goes first
+            if (!calls_.empty()) {
+                break;  // the answers that are due go first
             }
             perform(std::move(*verdict));
             return;
         }
-        if (data.size() < header->fragment_length || (serving_ && !take_out_of_turn(*header))) {
+        if (data.size() < header->fragment_length || (busy() && !session::cancels(*header))) {
             break;
         }
         if (served_this_turn_ == calls_a_turn) {
@@ -259,7 +271,7 @@ void connection::consume(std::span<std::uint8_t> data) {
         }
         const std::span<std::uint8_t> pdu = data.first(header->fragment_length);
         data = data.subspan(pdu.size());
-        if (!serving_) {
+        if (!concerns_call_in_progress(*header)) {
             perform(session_.take_lending(*header, pdu));
         }
     }
@@ -272,17 +284,22 @@ void connection::consume(std::span<std::uint8_t> data) {
     }
 }
 
-/// Cancels and abandonments are heard while a call is served. False: this PDU waits for its turn.
-bool connection::take_out_of_turn(const pdu_header& header) {
+/// Cancels and abandonments are heard while their call is served.
+bool connection::concerns_call_in_progress(const pdu_header& header) {
     if (!session::cancels(header)) {
         return false;
     }
-    abandoned_ = abandoned_ || (header.type == pdu_type::orphaned && header.call_id == serving_id_);
+    const auto call = std::ranges::find(calls_, header.call_id, &call_in_progress::id);
+    if (call == calls_.end()) {
+        return false;
+    }
+    call->abandoned = call->abandoned || header.type == pdu_type::orphaned;
     return true;
 }
 
 void connection::perform(session_step step) {
     close_after_write_ = close_after_write_ || step.close;
+    failed_ = failed_ || step.close;
     if (!step.answer.empty()) {
         send(outgoing(std::move(step.answer)));
     } else if (step.close) {
@@ -306,12 +323,13 @@ void connection::serve_here(std::unique_ptr<rpc_call> call) {
     serve(*call, loop_.answer);
     session_.take_back(std::move(call));
     loop_.core.counters.calls_out.add(1);
-    if (loop_.answer.pieces.empty()) {
+    if (loop_.answer.empty()) {
         return;
     }
+    (void)loop_.answer.sign_more(fragments_at_once);
     loop_.core.counters.pdus_out.add(loop_.answer.pdus);
     ssize_t sent = 0;
-    if (loop_.answer.pieces.size() == 1) {
+    if (loop_.answer.pieces.size() == 1 && !loop_.answer.rest) {
         const std::span<const std::uint8_t> all = loop_.answer.pieces[0];
         sent = ::send(socket_, all.data(), all.size(), MSG_NOSIGNAL);
         if (sent == static_cast<ssize_t>(all.size())) {
@@ -326,34 +344,42 @@ void connection::serve_in_pool(std::unique_ptr<rpc_call> call) {
     const std::uint32_t id = call->call_id;
     const std::uint16_t context_id = call->context_id;
     const bool answered = call->answered;
-    serving_id_ = id;
-    abandoned_ = false;
     call->own_stub();
     std::unique_ptr<pool_task> task = std::make_unique<call_task>(shared_from_this(), loop_.events, std::move(call));
-    serving_ = loop_.core.listening && loop_.pool.start(task);
-    if (serving_) {
+    calls_.push_back({id, false});
+    if (loop_.core.listening && loop_.pool.start(task)) {
         return;
     }
+    calls_.pop_back();
     loop_.core.report("A call was refused: the server takes no more at the moment.");
     if (answered) {
         send(outgoing(encode_fault(id, context_id, pdu_flag::did_not_execute, fault_status::server_too_busy)));
     }
 }
 
-void connection::finished(outgoing answer) {
-    serving_ = false;
+void connection::finished(std::uint32_t call_id, outgoing answer) {
+    const auto call = std::ranges::find(calls_, call_id, &call_in_progress::id);
+    const bool abandoned = call->abandoned;
+    calls_.erase(call);
     loop_.core.counters.calls_out.add(1);
-    if (!closed_) {
-        guarded([this, &answer] { answer_call(std::move(answer)); });
+    if (!closed_ && !lingering_) {
+        guarded([&] { answer_call(abandoned, std::move(answer)); });
     }
 }
 
-void connection::answer_call(outgoing answer) {
-    last_progress_ = loop_.events.now();
+void connection::answer_call(bool abandoned, outgoing answer) {
     served_this_turn_ = 0;
     // A signed answer goes out even when the call was abandoned, as one does that crosses with the abandonment: the client
     // throws it away, but its signature is one of a sequence.
-    if (answer.pieces.empty() || (abandoned_ && !answer.numbered)) {
+    const bool unwanted = answer.empty() || (abandoned && !answer.numbered);
+    if (writing_) {
+        if (!unwanted) {
+            waiting_.push_back(std::move(answer));
+        }
+        return;
+    }
+    last_progress_ = loop_.events.now();
+    if (unwanted) {
         after_write();
     } else {
         send(std::move(answer));
@@ -365,6 +391,7 @@ void connection::answer_call(outgoing answer) {
 }
 
 void connection::send(outgoing answer) {
+    (void)answer.sign_more(fragments_at_once);
     loop_.core.counters.pdus_out.add(answer.pdus);
     begin_write(std::move(answer), 0);
 }
@@ -379,12 +406,36 @@ void connection::begin_write(outgoing answer, std::size_t sent) {
 }
 
 void connection::flush() {
-    if (!write_pieces()) {
-        return;
+    for (bool more = true; more;) {
+        if (!write_pieces()) {
+            return;
+        }
+        const bool signed_here = out_.rest.has_value();
+        more = next_pieces();
+        if (more && signed_here) {
+            loop_.events.give_turn(*this);  // others' turns lie between long answers' parts
+            return;
+        }
     }
     writing_ = false;
     out_ = outgoing();
     after_write();
+}
+
+/// What is to be written when everything so far is out. False: there is nothing.
+bool connection::next_pieces() {
+    if (!out_.rest) {
+        if (waiting_.empty()) {
+            return false;
+        }
+        out_ = std::move(waiting_.front());
+        waiting_.erase(waiting_.begin());
+    }
+    (void)out_.sign_more(fragments_at_once);
+    loop_.core.counters.pdus_out.add(out_.pdus);
+    out_piece_ = 0;
+    out_offset_ = 0;
+    return true;
 }
 
 /// Writes as much as the socket takes. True: everything is out.
@@ -419,7 +470,7 @@ bool connection::write_pieces() {
 }
 
 void connection::after_write() {
-    if (close_after_write_) {
+    if (close_after_write_ && (failed_ || calls_.empty())) {
         linger();
     }
 }
@@ -432,7 +483,7 @@ void connection::resume() {
         pending_.clear();
         consume(std::span(loop_.buffer).first(kept));
     }
-    if (end_of_input_ && !serving_ && !writing_) {
+    if (end_of_input_ && calls_.empty() && !writing_) {
         close();
     }
     if (served_this_turn_ == calls_a_turn) {
@@ -475,7 +526,7 @@ connection::time_point connection::deadline() const {
     if (writing_) {
         return last_progress_ + limits.write_time;
     }
-    if (serving_) {
+    if (!calls_.empty() && !(session_.multiplexed() && session_.request_incomplete())) {
         return time_point::max();
     }
     if (!session_.established()) {

@@ -29,12 +29,17 @@ public:
     void on_time() override;
 
     void start();
-    /// Takes no further call: ends at once, or when the call in progress has been answered.
+    /// Takes no further call: ends at once, or when the calls in progress have been answered.
     void retire();
-    /// The answer of the call that was being served.
-    void finished(outgoing answer);
+    /// The answer of a call that was being served.
+    void finished(std::uint32_t call_id, outgoing answer);
 
 private:
+    struct call_in_progress {
+        std::uint32_t id = 0;
+        bool abandoned = false;
+    };
+
     /// Runs an action of the loop; one that throws, for lack of memory, costs this connection and no other.
     template <typename Action>
     void guarded(Action action);
@@ -44,15 +49,17 @@ private:
     void take_read(std::size_t kept, std::size_t received);
     void discard_input();
     void consume(std::span<std::uint8_t> data);
-    bool take_out_of_turn(const pdu_header& header);
+    [[nodiscard]] bool busy() const;
+    bool concerns_call_in_progress(const pdu_header& header);
     void perform(session_step step);
     void serve_call(std::unique_ptr<rpc_call> call);
     void serve_here(std::unique_ptr<rpc_call> call);
     void serve_in_pool(std::unique_ptr<rpc_call> call);
-    void answer_call(outgoing answer);
+    void answer_call(bool abandoned, outgoing answer);
     void send(outgoing answer);
     void begin_write(outgoing answer, std::size_t sent);
     void flush();
+    bool next_pieces();
     bool write_pieces();
     void after_write();
     void resume();
@@ -71,16 +78,16 @@ private:
     outgoing out_;
     std::size_t out_piece_ = 0;
     std::size_t out_offset_ = 0;
+    std::vector<outgoing> waiting_;  ///< answers that others came before; nothing waits unless something is being written
 
-    std::uint32_t serving_id_ = 0;
+    std::vector<call_in_progress> calls_;  ///< one at most, unless the client may multiplex
     int served_this_turn_ = 0;
     bool readable_ = false;      ///< there may be input that hasn't been read
     bool peer_is_done_ = false;  ///< and behind it the end or a failure, of which no further edge will tell
-    bool serving_ = false;
-    bool abandoned_ = false;
     bool writing_ = false;
     bool end_of_input_ = false;
-    bool close_after_write_ = false;
+    bool close_after_write_ = false;  ///< and takes no further PDU
+    bool failed_ = false;             ///< with no regard to calls in progress
     bool lingering_ = false;
     bool closed_ = false;
     time_point settled_;  ///< when the session was last seen established; until it is, when the connection was made

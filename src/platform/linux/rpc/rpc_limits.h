@@ -31,6 +31,13 @@ struct rpc_limits {
     std::size_t connections = 2048;
     std::size_t connections_per_address = 1536;
 
+    /// Calls in progress at a time, never more than the program allows when it begins to listen. One more is answered with fault
+    /// 0x1C010014, which says that it wasn't executed.
+    std::size_t calls = 1234;
+    /// Of one connection whose client has agreed to multiplex: calls in progress, and likewise requests that are incomplete. While
+    /// there are so many calls no more is read; one more incomplete request: fault 0x1C010014, and the connection is closed.
+    std::size_t multiplexed_calls = 64;
+
     /// From the connection to the end of bind and authentication; the same for each further authentication. Late: closed.
     std::chrono::milliseconds bind_time{30'000};
     /// Between two arrivals while a fragment or a request is incomplete. Late: closed.

@@ -260,7 +260,7 @@ std::uint32_t rpc_server::listen(std::uint32_t min_threads, std::uint32_t max_ca
         return rpc_status::already_listening;
     }
     state_->limit_connections();
-    state_->start_threads(min_threads, max_calls);
+    state_->start_threads(min_threads, std::min<std::size_t>(max_calls, state_->options.limits.calls));
     state_->open_local_socket();
     state_->core.secondary_address = state_->ports.empty() ? std::string() : std::to_string(state_->ports.front());
     state_->core.listening = true;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/linux/rpc/verification_trailer.h"
+
 namespace platform::linux_rpc {
 
 namespace {
@@ -9,8 +11,6 @@ namespace {
 /// Room for a header, a verifier and some stub data: a client that takes less can't be answered.
 constexpr std::uint16_t smallest_fragment = 256;
 constexpr std::size_t stub_alignment = 8;
-/// A request gets memory for what its client announces, but for no more than so many times what has come.
-constexpr std::size_t trusted_factor = 8;
 
 session_step closing(std::vector<std::uint8_t> answer = {}) {
     session_step step;
@@ -46,10 +46,9 @@ std::optional<auth_level> level_from_wire(std::uint8_t level) {
 
 }  // namespace
 
-session::session(server_core& core, connection_peer peer) : core_(core), peer_(std::move(peer)) {}
+session::session(server_core& core, connection_peer peer) : core_(core), peer_(std::move(peer)), incomplete_(core) {}
 
 session::~session() {
-    drop_assembly();
     if (group_ != 0) {
         core_.groups.leave(group_);
     }
@@ -78,13 +77,6 @@ session_step session::take(const pdu_header& header, std::span<std::uint8_t> pdu
     return step;
 }
 
-void session::take_back(std::unique_ptr<rpc_call> call) {
-    call->target.reset();
-    call->borrowed_stub = {};
-    call->stub = {};
-    spare_call_ = std::move(call);
-}
-
 session_step session::take_lending(const pdu_header& header, std::span<std::uint8_t> pdu) {
     core_.counters.pdus_in.add(1);
     switch (header.type) {
@@ -99,9 +91,7 @@ session_step session::take_lending(const pdu_header& header, std::span<std::uint
         case pdu_type::co_cancel:
             return {};  // a call can't be stopped half way; its answer comes as if nobody had asked
         case pdu_type::orphaned:
-            if (assembly_.call && assembly_.call->call_id == header.call_id) {
-                drop_assembly();
-            }
+            incomplete_.drop(header.call_id);
             return {};
         default:
             return closing();
@@ -150,6 +140,7 @@ session_step session::take_bind(const pdu_header& header, std::span<const std::u
         return closing(encode_bind_nak(header.call_id, nak_reason::not_specified));
     }
     bound_ = true;
+    multiplexed_ = header.has(pdu_flag::multiplex);
     apply_sizes(*body);
     bind_ack_body ack{max_transmit_, max_receive_, group_, core_.secondary_address, {}};
     ack.results = contexts_.negotiate(body->contexts, true, core_.interfaces, core_.limits.contexts);
@@ -157,14 +148,14 @@ session_step session::take_bind(const pdu_header& header, std::span<const std::u
     if (trailer) {
         token = {trailer->type, trailer->level, trailer->context_id, reply};
     }
-    const std::uint8_t flags = trailer && header_signing_ ? pdu_flag::header_sign : std::uint8_t{0};
-    return answering(encode_bind_ack(pdu_type::bind_ack, flags, header.call_id, ack, token));
+    const unsigned flags = (trailer && header_signing_ ? pdu_flag::header_sign : 0U) | (multiplexed_ ? pdu_flag::multiplex : 0U);
+    return answering(encode_bind_ack(pdu_type::bind_ack, static_cast<std::uint8_t>(flags), header.call_id, ack, token));
 }
 
 session_step session::take_alter_context(const pdu_header& header, std::span<const std::uint8_t> pdu) {
     const std::size_t verifier = header.auth_length == 0 ? 0 : header.auth_length + auth_trailer_size;
     const auto body = decode_bind_body(pdu.subspan(pdu_header_size, pdu.size() - pdu_header_size - verifier), header.little_endian);
-    if (!bound_ || !body || assembly_.call) {
+    if (!bound_ || !body || (request_incomplete() && !multiplexed_)) {
         return closing(refused_call(header.call_id, 0, fault_status::protocol_error));
     }
     std::vector<std::uint8_t> reply;
@@ -188,7 +179,7 @@ session_step session::take_alter_context(const pdu_header& header, std::span<con
 
 session_step session::take_auth3(const pdu_header& header, std::span<const std::uint8_t> pdu) {
     const auto trailer = decode_auth_trailer(header, pdu, pdu_header_size);
-    if (!bound_ || !trailer || assembly_.call) {
+    if (!bound_ || !trailer || (request_incomplete() && !multiplexed_)) {
         return closing();
     }
     // There is no answer to auth3: a refusal is told by the fault of the next request.
@@ -305,9 +296,13 @@ session_step session::take_request(const pdu_header& header, std::span<std::uint
     head.context_id = reader.u16();
     head.operation = reader.u16();
     head.body_offset = request_header_size + (header.has(pdu_flag::object_uuid) ? object_uuid_size : 0);
-    if (!bound_ || pdu.size() < head.body_offset || first == (assembly_.call != nullptr) ||
-        (!first && assembly_.call->call_id != header.call_id)) {
+    request_assembly::request* incoming = incomplete_.find(header.call_id);
+    const bool in_turn = first == (incoming == nullptr) && (multiplexed_ || !first || incomplete_.empty());
+    if (!bound_ || pdu.size() < head.body_offset || !in_turn) {
         return closing(refused_call(header.call_id, head.context_id, fault_status::protocol_error));
+    }
+    if (first && incomplete_.size() >= core_.limits.multiplexed_calls) {
+        return closing(refused_call(header.call_id, head.context_id, fault_status::server_too_busy));
     }
     std::size_t stub_end = 0;
     authentication* security = nullptr;
@@ -317,16 +312,17 @@ session_step session::take_request(const pdu_header& header, std::span<std::uint
         return closing(refused_call(header.call_id, head.context_id, refusal));
     }
     if (first) {
-        begin_assembly(header, head, security);
+        incoming = &begin_request(header, head, security);
     }
-    return continue_request(header, security, pdu.subspan(head.body_offset, stub_end - head.body_offset));
+    return continue_request(header, *incoming, security, pdu.subspan(head.body_offset, stub_end - head.body_offset));
 }
 
-void session::begin_assembly(const pdu_header& header, const request_head& head, authentication* security) {
-    assembly_.security = security;
-    assembly_.refusal = 0;
-    assembly_.call = spare_call_ ? std::move(spare_call_) : std::make_unique<rpc_call>();
-    rpc_call& call = *assembly_.call;
+request_assembly::request& session::begin_request(const pdu_header& header, const request_head& head, authentication* security) {
+    request_assembly::request begun;
+    begun.security = security;
+    begun.stub_hint = head.stub_hint;
+    begun.call = incomplete_.make_call();
+    rpc_call& call = *begun.call;
     call.target = contexts_.find(head.context_id);
     call.call_id = header.call_id;
     call.context_id = head.context_id;
@@ -338,80 +334,75 @@ void session::begin_assembly(const pdu_header& header, const request_head& head,
     call.identity = security != nullptr ? &security->identity : &peer_.identity;
     call.protection = security != nullptr ? pdu_protection{security->type, security->level, security->id, security->context.get()}
                                           : pdu_protection{};
-    if (!call.target) {
-        assembly_.refusal = fault_status::unknown_interface;
-    } else if (call.operation >= call.target->description.operations) {
-        assembly_.refusal = fault_status::operation_range;
+    if (multiplexed_) {
+        // Several threads may serve calls of one caller.
+        call.own_identity = *call.identity;
+        call.identity = &*call.own_identity;
+        call.protection.signed_when_sent = true;
     }
-    assembly_.stub_hint = head.stub_hint;
+    if (!call.target) {
+        begun.refusal = fault_status::unknown_interface;
+    } else if (call.operation >= call.target->description.operations) {
+        begun.refusal = fault_status::operation_range;
+    }
+    return incomplete_.begin(std::move(begun));
 }
 
-std::size_t session::request_limit() const {
-    const rpc_call& call = *assembly_.call;
+std::size_t session::request_limit(const rpc_call& call) const {
     const std::size_t limit =
         call.identity->authenticated ? core_.limits.request_bytes : core_.limits.unauthenticated_request_bytes;
     return call.target ? std::min<std::size_t>(limit, call.target->max_request_size) : limit;
 }
 
-session_step session::continue_request(const pdu_header& header, authentication* security, std::span<const std::uint8_t> stub) {
-    rpc_call& call = *assembly_.call;
-    if (assembly_.security != security || call.little_endian != header.little_endian) {
+session_step session::continue_request(const pdu_header& header, request_assembly::request& incoming,
+                                       const authentication* security, std::span<const std::uint8_t> stub) {
+    rpc_call& call = *incoming.call;
+    if (incoming.security != security || call.little_endian != header.little_endian) {
         return closing(refused_call(header.call_id, call.context_id, fault_status::protocol_error));
     }
-    if (assembly_.refusal == 0) {
-        if (stub.size() > request_limit() - call.stub.size()) {
+    if (incoming.refusal == 0) {
+        // Several requests at a time have no more room than one.
+        if (incomplete_.held_bytes() + stub.size() > request_limit(call)) {
             core_.report("RPC client " + peer_.address + " sent a request above the size limit and was disconnected.");
             return closing(refused_call(header.call_id, call.context_id, fault_status::access_denied));
         }
         const bool aligned = reinterpret_cast<std::uintptr_t>(stub.data()) % stub_alignment == 0;
         if (aligned && header.has(pdu_flag::first) && header.has(pdu_flag::last)) {
             call.borrowed_stub = stub;
-        } else if (session_step refused = append_stub(header, stub); refused.close) {
-            return refused;
+        } else if (!incomplete_.append(incoming, stub)) {
+            return closing(refused_call(header.call_id, call.context_id, fault_status::no_memory));
         }
     }
-    return header.has(pdu_flag::last) ? finish_request() : session_step{};
+    return header.has(pdu_flag::last) ? finish_request(incoming) : session_step{};
 }
 
-/// Stub data that has to wait for the rest of its request.
-session_step session::append_stub(const pdu_header& header, std::span<const std::uint8_t> stub) {
-    rpc_call& call = *assembly_.call;
-    const std::size_t needed = call.stub.size() + stub.size();
-    if (needed > call.stub.capacity()) {
-        call.stub.reserve(assembly_.stub_hint >= needed ? std::min(assembly_.stub_hint, trusted_factor * needed) : 2 * needed);
-    }
-    call.stub.insert(call.stub.end(), stub.begin(), stub.end());
-    const std::size_t pending = core_.pending_request_bytes.fetch_add(stub.size(), std::memory_order_relaxed) + stub.size();
-    if (pending > core_.limits.pending_request_bytes) {
-        return closing(refused_call(header.call_id, call.context_id, fault_status::no_memory));
-    }
-    return {};
-}
-
-session_step session::finish_request() {
-    const std::uint32_t refusal = assembly_.refusal;
-    if (!assembly_.call->stub.empty()) {
-        core_.pending_request_bytes.fetch_sub(assembly_.call->stub.size(), std::memory_order_relaxed);
-    }
-    std::unique_ptr<rpc_call> call = std::move(assembly_.call);
+session_step session::finish_request(request_assembly::request& whole) {
+    const std::uint32_t refusal = whole.refusal;
+    std::unique_ptr<rpc_call> call = incomplete_.finish(whole);
     core_.counters.calls_in.add(1);
     session_step step;
-    if (refusal == 0) {
+    if (refusal != 0) {
+        if (call->answered) {
+            step.answer = refused_call(call->call_id, call->context_id, refusal);
+        }
+        take_back(std::move(call));
+    } else if (take_trailer(*call)) {
         step.call = std::move(call);
-        return step;
+    } else {
+        core_.report("A request of RPC client " + peer_.address + " was refused: its headers were changed on the way.");
+        step = closing(refused_call(call->call_id, call->context_id, fault_status::access_denied));
     }
-    if (call->answered) {
-        step.answer = refused_call(call->call_id, call->context_id, refusal);
-    }
-    take_back(std::move(call));
     return step;
 }
 
-void session::drop_assembly() {
-    if (assembly_.call) {
-        core_.pending_request_bytes.fetch_sub(assembly_.call->stub.size(), std::memory_order_relaxed);
-        take_back(std::move(assembly_.call));
+bool session::take_trailer(rpc_call& call) const {
+    const verified_request request{header_signing_, call.little_endian, call.call_id,
+                                   call.context_id, call.operation,     id_of(call.target->description)};
+    const trailer_finding found = check_verification_trailer(call.all_stub(), request);
+    if (found.verdict == trailer_verdict::agrees) {
+        call.cut_stub(found.stub_size);
     }
+    return found.verdict != trailer_verdict::wrong;
 }
 
 }  // namespace platform::linux_rpc

@@ -10,6 +10,7 @@
 
 #include "platform/linux/rpc/call.h"
 #include "platform/linux/rpc/pdu.h"
+#include "platform/linux/rpc/request_assembly.h"
 #include "platform/linux/rpc/server_core.h"
 
 namespace platform::linux_rpc {
@@ -29,8 +30,7 @@ struct session_step {
 };
 
 /// The protocol of one connection, without its socket: takes whole PDUs in the order of their arrival and says what to do.
-/// Used by one thread at a time;
-/// takes no PDU while a call of it is served.
+/// Used by one thread at a time; takes no PDU while a call of it is served, unless the client may multiplex.
 class session {
 public:
     session(server_core& core, connection_peer peer);
@@ -46,7 +46,7 @@ public:
     /// The same; a call that is whole with this PDU may borrow its stub data from there: `rpc_call::own_stub`.
     session_step take_lending(const pdu_header& header, std::span<std::uint8_t> pdu);
     /// Gives the object of a call back that has been served, so that the next one needs no memory.
-    void take_back(std::unique_ptr<rpc_call> call);
+    void take_back(std::unique_ptr<rpc_call> call) { incomplete_.take_back(std::move(call)); }
 
     /// Whether a PDU that arrives while a call is served is one to look at out of turn: the client cancels or abandons a call.
     [[nodiscard]] static bool cancels(const pdu_header& header) {
@@ -56,7 +56,9 @@ public:
     /// Bound, and no authentication half done: from here on the time to bind counts no more.
     [[nodiscard]] bool established() const;
     /// Whether fragments of a request are still to come.
-    [[nodiscard]] bool request_incomplete() const { return assembly_.call != nullptr; }
+    [[nodiscard]] bool request_incomplete() const { return !incomplete_.empty(); }
+    /// Whether the client may send further requests, and fragments of several in turn, before it has its answers.
+    [[nodiscard]] bool multiplexed() const { return multiplexed_; }
 
 private:
     struct authentication {
@@ -66,12 +68,6 @@ private:
         std::unique_ptr<security_context> context;
         security_context::state state = security_context::state::proceed;
         client_identity identity;
-    };
-    struct assembly {
-        std::unique_ptr<rpc_call> call;  ///< null: no request is incomplete
-        authentication* security = nullptr;
-        std::size_t stub_hint = 0;  ///< stub bytes of the whole request, as its first fragment says
-        std::uint32_t refusal = 0;  ///< fault to answer the last fragment with; the stub data is not kept
     };
     struct request_head {
         std::uint16_t context_id = 0;
@@ -85,7 +81,8 @@ private:
     session_step take_alter_context(const pdu_header& header, std::span<const std::uint8_t> pdu);
     session_step take_auth3(const pdu_header& header, std::span<const std::uint8_t> pdu);
     session_step take_request(const pdu_header& header, std::span<std::uint8_t> pdu);
-    session_step continue_request(const pdu_header& header, authentication* security, std::span<const std::uint8_t> stub);
+    session_step continue_request(const pdu_header& header, request_assembly::request& incoming, const authentication* security,
+                                  std::span<const std::uint8_t> stub);
 
     /// Feeds the token of a PDU to its authentication, which the first token makes.
     token_outcome take_token(const auth_trailer& trailer, std::vector<std::uint8_t>& reply);
@@ -97,24 +94,24 @@ private:
                                  std::size_t& stub_end, authentication*& security);
     std::uint32_t unsigned_request(authentication*& security);
 
-    void begin_assembly(const pdu_header& header, const request_head& head, authentication* security);
-    [[nodiscard]] std::size_t request_limit() const;
-    void drop_assembly();
-    session_step append_stub(const pdu_header& header, std::span<const std::uint8_t> stub);
+    request_assembly::request& begin_request(const pdu_header& header, const request_head& head, authentication* security);
+    [[nodiscard]] std::size_t request_limit(const rpc_call& call) const;
+    session_step finish_request(request_assembly::request& whole);
+    /// Cuts a verification trailer off. False: it doesn't fit the request.
+    [[nodiscard]] bool take_trailer(rpc_call& call) const;
     void apply_sizes(const bind_body& body);
-    session_step finish_request();
 
     server_core& core_;
     connection_peer peer_;
     bool bound_ = false;
     bool header_signing_ = false;
+    bool multiplexed_ = false;
     std::uint16_t max_transmit_ = 0;
     std::uint16_t max_receive_ = 0;
     std::uint32_t group_ = 0;
     presentation_contexts contexts_;
     std::vector<std::unique_ptr<authentication>> authentications_;
-    assembly assembly_;
-    std::unique_ptr<rpc_call> spare_call_;
+    request_assembly incomplete_;
 };
 
 }  // namespace platform::linux_rpc

@@ -274,14 +274,16 @@ std::uint64_t linux_registry::settings_loads() const {
     return settings_.loads();
 }
 
-/// A walk opens the map's root, keeps it open and goes down from there: its deeper opens share the look that the root's open
-/// took, or one walk would ask the devices once for each of them.
+/// A walk opens the map's root, keeps it open and goes down from there on one thread: its deeper opens share the look that the
+/// root's open took, or one walk would ask the devices once for each of them. Another thread's look is no use to it: a device that
+/// was unplugged between the two would be gone in the middle of the walk.
 linux_registry::device_look linux_registry::look_at_devices(const path_type& path) {
     device_map_source source;
     {
         const std::lock_guard lock(mutex_);
         if (path.size() > device_map_root.size()) {
-            if (device_look shared = latest_look_.lock()) {
+            const auto own = looks_.find(std::this_thread::get_id());
+            if (device_look shared = own == looks_.end() ? nullptr : own->second.lock()) {
                 return shared;
             }
         }
@@ -290,7 +292,8 @@ linux_registry::device_look linux_registry::look_at_devices(const path_type& pat
     device_look fresh =
         std::make_shared<const settings_key>(device_map_tree(source ? source() : std::vector<device_stack::device_map_leaf>{}));
     const std::lock_guard lock(mutex_);
-    latest_look_ = fresh;
+    std::erase_if(looks_, [](const auto& look) { return look.second.expired(); });
+    looks_[std::this_thread::get_id()] = fresh;
     return fresh;
 }
 

@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/device_stack/device_map.h"
@@ -55,7 +56,7 @@ public:
 
 private:
     using path_type = std::vector<std::u16string>;
-    /// One look at the devices; whole walks of the map see the same one.
+    /// One look at the devices; a thread's whole walk of the map sees the same one.
     using device_look = std::shared_ptr<const settings_key>;
 
     struct open_handle {
@@ -84,7 +85,7 @@ private:
     std::map<registry_key, open_handle> handles_;
     registry_key next_ = 0x100;
     device_map_source device_map_;
-    std::weak_ptr<const settings_key> latest_look_;
+    std::map<std::thread::id, std::weak_ptr<const settings_key>> looks_;  ///< the last one of each thread that is at a walk
     warning_handler warning_handler_;
     std::vector<std::string> warnings_;
 };

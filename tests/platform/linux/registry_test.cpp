@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <thread>
+
 #include "foundation/text/unicode.h"
 #include "platform/errors.h"
 #include "platform/linux/settings_file.h"
@@ -304,6 +306,25 @@ TEST_F(DeviceMap, LooksAnewAtEachWalkAndOnceWithinOne) {
     EXPECT_EQ(looks_, 2);
     registry_key gone = 0;
     EXPECT_EQ(registry_.open_key(u"HARDWARE\\DEVICEMAP\\Scsi\\Scsi Port 0", registry_access::read, gone), error::file_not_found);
+}
+
+TEST_F(DeviceMap, AnotherThreadsWalkLeavesAWalkItsLook) {
+    const std::u16string port = std::u16string(root) + u"\\Scsi Port 0";
+    leaves_ = {{{0, 0, 0, 0}, "TapePeripheral", "Tape0", "A"}};
+    registry_key top = 0;
+    ASSERT_EQ(registry_.open_key(root, registry_access::read, top), 0U);
+    leaves_ = {{{1, 0, 0, 0}, "TapePeripheral", "Tape1", "B"}};
+    registry_key other_top = 0;
+    std::thread([&] {
+        EXPECT_EQ(registry_.open_key(root, registry_access::read, other_top), 0U);
+        EXPECT_EQ(subkeys(registry_, std::u16string(root) + u"\\Scsi Port 1").size(), 1U);
+    }).join();
+    EXPECT_EQ(looks_, 2);
+    EXPECT_EQ(subkeys(registry_, port).size(), 1U);
+    registry_.close_key(other_top);
+    EXPECT_EQ(subkeys(registry_, port + u"\\Scsi Bus 0").size(), 1U);
+    EXPECT_EQ(looks_, 2);
+    registry_.close_key(top);
 }
 
 TEST_F(DeviceMap, CanBeMadeByASourceThatReadsTheRegistry) {

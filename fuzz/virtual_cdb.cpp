@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "platform/testing/fakes.h"
@@ -15,14 +16,39 @@ using namespace platform;
 
 /// Records of 17 bytes: the unit and the CDB's length in the first, then the CDB.
 constexpr std::size_t record_size = 17;
+constexpr std::uint16_t cartridges = 4;
+
+/// Small, so that a run is short; with a tape in a drive and one of each kind. Everything takes a moment, so that work is under
+/// way when the next command comes.
+std::string small_library() {
+    tape_library::personality value =
+        tape_library::make_personality({.slots = 4, .ports = 1, .drives = 2, .cartridges = cartridges});
+    value.cartridges[0].element = value.drives.first;
+    value.cartridges[1].cleaning = true;
+    value.cartridges[2].worm = true;
+    value.timings = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
+    return tape_library::personality_text(value);
+}
+
+/// Fakes that live as long as the process, with a library whose state is that of the first start.
+void begin_anew() {
+    static testing::test_system system;
+    static const bool made = [] {
+        system.files.put("C:\\library\\library.xml", small_library());
+        return true;
+    }();
+    (void)made;
+    (void)system.files.remove_file(u"C:\\library\\state.xml");
+    system.clock.forget_sleeps();
+}
 
 void run(tape_library::virtual_library& library, const std::uint8_t* data, std::size_t size) {
     std::vector<std::shared_ptr<device_stack::scsi_transport>> units;
     for (std::uint8_t unit = 0; unit < library.units(); ++unit) {
         units.push_back(library.connect(unit));
     }
+    std::vector<std::uint8_t> room(4096);
     for (; size >= record_size; data += record_size, size -= record_size) {
-        std::vector<std::uint8_t> room(4096);
         device_stack::scsi_command command;
         command.cdb_length = static_cast<std::uint8_t>(data[0] & 0x1F);
         std::copy_n(data + 1, command.cdb.size(), command.cdb.begin());
@@ -36,8 +62,7 @@ void run(tape_library::virtual_library& library, const std::uint8_t* data, std::
 
 /// Any commands in any order: every one is answered, and no cartridge is lost or doubled.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    testing::test_system system;
-    tape_library::create_library(u"C:\\library");
+    begin_anew();
     const std::shared_ptr<tape_library::virtual_library> library = tape_library::virtual_library::open(u"C:\\library");
     run(*library, data, size);
     std::vector<std::string> labels;
@@ -45,7 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         labels.push_back(each.barcode);
     }
     std::sort(labels.begin(), labels.end());
-    if (labels.size() != 20 || std::unique(labels.begin(), labels.end()) != labels.end()) {
+    if (labels.size() != cartridges || std::unique(labels.begin(), labels.end()) != labels.end()) {
         std::abort();
     }
     return 0;

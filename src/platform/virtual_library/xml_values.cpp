@@ -33,7 +33,9 @@ std::string without_remarks(std::string_view xml) {
         if (end != std::string_view::npos) {
             at += end + ending.size();
         } else {
-            bare += xml[at++];
+            const std::size_t next = std::min(rest.find('<', 1), rest.size());
+            bare += rest.substr(0, next);
+            at += next;
         }
     }
     return bare;

@@ -26,10 +26,16 @@ std::vector<std::uint8_t> fixed_format(const sense_data& data) {
 }
 
 std::vector<std::uint8_t> descriptor_format(const sense_data& data) {
-    std::vector<std::uint8_t> bytes{0x72, data.code.key, data.code.asc, data.code.ascq, 0, 0, 0, 0};
+    std::vector<std::uint8_t> bytes(data.progress ? 16 : 8);
+    bytes[0] = 0x72;
+    bytes[1] = data.code.key;
+    bytes[2] = data.code.asc;
+    bytes[3] = data.code.ascq;
     if (data.progress) {
         bytes[7] = 8;
-        bytes.insert(bytes.end(), {specific_descriptor, 6, 0, 0, specific_bytes_valid, 0, 0, 0});
+        bytes[8] = specific_descriptor;
+        bytes[9] = 6;
+        bytes[12] = specific_bytes_valid;
         util::store_be16(bytes, 13, *data.progress);
     }
     return bytes;

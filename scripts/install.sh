@@ -12,7 +12,7 @@ build_packages=(
 )
 test_packages=(
     git libgtest-dev libgmock-dev libbenchmark-dev clang-format clang-tidy
-    g++-mingw-w64-i686-posix tgt
+    g++-mingw-w64-i686-posix libz-mingw-w64-dev tgt
     krb5-kdc krb5-admin-server krb5-user python3-samba
 )
 

@@ -32,6 +32,7 @@ inline constexpr std::uint32_t disk_full = 112;
 inline constexpr std::uint32_t semaphore_timeout = 121;
 inline constexpr std::uint32_t insufficient_buffer = 122;
 inline constexpr std::uint32_t invalid_name = 123;
+inline constexpr std::uint32_t negative_seek = 131;
 inline constexpr std::uint32_t busy = 170;
 inline constexpr std::uint32_t already_exists = 183;
 inline constexpr std::uint32_t more_data = 234;
@@ -57,6 +58,7 @@ inline constexpr std::uint32_t device_door_open = 1166;
 inline constexpr std::uint32_t device_not_connected = 1167;
 inline constexpr std::uint32_t not_found = 1168;
 inline constexpr std::uint32_t function_failed = 1627;
+inline constexpr std::uint32_t invalid_user_buffer = 1784;
 }  // namespace error
 
 /// The calling thread's last error, and the texts of error numbers. Callable from any thread.

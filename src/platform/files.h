@@ -26,6 +26,9 @@ enum class file_open_mode : std::uint8_t {
     create_always   ///< cut to nothing when present
 };
 
+/// What a path names.
+enum class path_kind : std::uint8_t { absent, file, folder };
+
 /// One open file. Closed by its destructor. Operations return a system error number, 0 for success. Used by one thread at
 /// a time.
 class file {
@@ -54,6 +57,9 @@ public:
     virtual std::uint32_t open_file(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
                                     std::unique_ptr<file>& opened) = 0;
 
+    /// What the path names; whatever is no folder is a file. A path that leads through something absent names nothing. The root
+    /// of a drive is a folder, with or without a separator behind it.
+    virtual std::uint32_t look_up(const std::u16string& path, path_kind& kind) = 0;
     /// True for a file or a folder of that name.
     [[nodiscard]] virtual bool exists(const std::u16string& path) = 0;
     /// Makes one folder; its parent must exist. 183 when it is there already.
@@ -64,6 +70,8 @@ public:
     /// Puts `from` in the place of `to` in one step that a crash can't halve, and makes the change durable.
     virtual std::uint32_t replace_file(const std::u16string& from, const std::u16string& to) = 0;
 
+    /// Folder for temporary files, without a separator at its end.
+    virtual std::uint32_t temp_folder(std::u16string& folder) = 0;
     /// Separator between path components: backslash or slash.
     [[nodiscard]] virtual char16_t separator() = 0;
     /// Folder of the system's own programs, without a separator at its end.

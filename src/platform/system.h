@@ -5,6 +5,7 @@ namespace platform {
 class accounts;
 class clock;
 class com_runtime;
+class debug_output;
 class devices;
 class errors;
 class files;
@@ -21,6 +22,7 @@ struct system_set {
     platform::accounts* accounts = nullptr;
     platform::clock* clock = nullptr;
     platform::com_runtime* com_runtime = nullptr;
+    platform::debug_output* debug_output = nullptr;
     platform::devices* devices = nullptr;
     platform::errors* errors = nullptr;
     platform::files* files = nullptr;

@@ -1,6 +1,9 @@
 #include "foundation/logging/log_setup.h"
 
+#include <boost/make_shared.hpp>
+
 #include "foundation/logging/log_files.h"
+#include "foundation/logging/log_rotation.h"
 #include "foundation/logging/log_writer.h"
 #include "foundation/util/command_line.h"
 
@@ -17,19 +20,19 @@ text::wide_string chosen_path(std::u16string_view default_name, const std::vecto
 
 }  // namespace
 
-void initialize_log(std::u16string_view default_name, const std::vector<std::u16string>& command_line,
-                    boost::shared_ptr<size_check_t> size_check) {
+void initialize_log(std::u16string_view default_name, const std::vector<std::u16string>& command_line) {
     const text::wide_string path = chosen_path(default_name, command_line);
     gTerseLog = !util::find_switch(command_line, u"-verbose").has_value();
 
+    const auto rotation = boost::make_shared<log_rotation_t>();
     pending_lines messages{"LOG: Initializing log file ..."};
     const boost::shared_ptr<receiver::log_file_t> receiver =
-        path.empty() ? open_stdout_log(messages) : open_log_file({path}, messages, size_check.get());
+        path.empty() ? open_stdout_log(messages) : open_log_file({path}, messages, rotation.get());
     if (receiver != nullptr) {
         const boost::shared_ptr<log_t> log = log_t::process_log();
         log->set_receiver(receiver);
         log->set_initialized();
-        log->set_check_size(std::move(size_check));
+        log->set_check_size(rotation);
     }
     for (const std::string& line : messages) {
         g_clientLog.LogInfo(line);

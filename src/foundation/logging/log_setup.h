@@ -1,20 +1,15 @@
 #pragma once
 
-#include <boost/shared_ptr.hpp>
-
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "foundation/logging/log.h"
-
 namespace logging {
 
 /// Gives the process's log its receiver; done once, early in a program's entry. The log goes to the path behind the switch `-log`,
-/// else to the default folder under `default_name`, and to standard output when that makes no path. `size_check`, if any, watches
-/// the log's size. Never fails: without a receiver the process goes on, and its entries are dropped.
-void initialize_log(std::u16string_view default_name, const std::vector<std::u16string>& command_line,
-                    boost::shared_ptr<size_check_t> size_check = {});
+/// else to the default folder under `default_name`, and to standard output when that makes no path. From then on the log is rotated
+/// when it reaches its limit. Never fails: without a receiver the process goes on, and its entries are dropped.
+void initialize_log(std::u16string_view default_name, const std::vector<std::u16string>& command_line);
 
 }  // namespace logging
 

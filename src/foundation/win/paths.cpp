@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "foundation/exc/exceptions.h"
+#include "foundation/util/common_lib_ctx.h"
 #include "platform/errors.h"
 #include "platform/files.h"
 #include "platform/system.h"
@@ -30,18 +31,34 @@ std::vector<std::u16string_view> parts_of(std::u16string_view path) {
     return parts;
 }
 
-bool exists(std::u16string_view path) {
+/// The path as the system is asked for it, if this process may touch it.
+std::u16string permitted(std::u16string_view path) {
+    std::u16string whole(path);
+    common_lib_ctx().files_access_permissions().check(whole);
+    return whole;
+}
+
+platform::path_kind kind_of(std::u16string_view path, std::string_view failure) {
     const std::u16string_view bare = without_separators_behind(path);
+    auto kind = platform::path_kind::absent;
     // Nothing but separators: the root.
-    return platform::system().files->exists(std::u16string(bare.empty() ? path : bare));
+    const std::u16string asked = permitted(bare.empty() ? path : bare);
+    if (asked.empty()) {
+        return kind;
+    }
+    if (const std::uint32_t code = platform::system().files->look_up(asked, kind)) {
+        throw exc::win_sys_exc_t(failure, text::wide_to_utf8(path), code);
+    }
+    return kind;
 }
 
 void make_one_folder(std::u16string_view path) {
-    const std::uint32_t code = platform::system().files->create_folder(std::u16string(path));
+    const std::uint32_t code = platform::system().files->create_folder(permitted(path));
     // Another thread or process may have been quicker.
-    if (code != platform::error::success && code != platform::error::already_exists) {
-        throw exc::win_sys_exc_t("CreateDirectory(%1) function call failed.", text::wide_to_utf8(path), code);
+    if (code == platform::error::success || (code == platform::error::already_exists && folder_exists(path))) {
+        return;
     }
+    throw exc::win_sys_exc_t("CreateDirectory(%1) function call failed.", text::wide_to_utf8(path), code);
 }
 
 [[noreturn]] void throw_invalid(std::u16string_view path) {
@@ -91,12 +108,63 @@ path_relation_t path_relation(std::u16string_view path, std::u16string_view base
     return std::equal(of_base.begin(), of_base.end(), own.begin()) ? path_relation_t::inside : path_relation_t::different;
 }
 
+text::wide_string temp_folder() {
+    text::wide_string folder;
+    if (const std::uint32_t code = platform::system().files->temp_folder(folder)) {
+        throw exc::win_sys_exc_t("Cannot retrieve the path to the temporary directory. GetTempPath() failed.", code);
+    }
+    return folder;
+}
+
 bool file_exists(std::u16string_view path) {
-    return exists(path);
+    return kind_of(path, "Failed to check whether file '%1' exists.") == platform::path_kind::file;
 }
 
 bool folder_exists(std::u16string_view path) {
-    return exists(path);
+    return kind_of(path, "Failed to check whether folder '%1' exists.") == platform::path_kind::folder;
+}
+
+void delete_file(std::u16string_view path) {
+    if (const std::uint32_t code = platform::system().files->remove_file(permitted(path))) {
+        throw exc::win_sys_exc_t("Failed to delete file [%1].", text::wide_to_utf8(path), code);
+    }
+}
+
+void move_file(std::u16string_view from, std::u16string_view to) {
+    if (const std::uint32_t code = platform::system().files->rename_file(permitted(from), permitted(to))) {
+        throw exc::win_sys_exc_t("Failed to move file [%1] to [%2].", text::wide_to_utf8(from), text::wide_to_utf8(to), code);
+    }
+}
+
+long_path_kind_t long_path_kind(std::u16string_view path) {
+    if (path.starts_with(u"\\\\?\\UNC")) {
+        return long_path_kind_t::network;
+    }
+    if (path.starts_with(u"\\\\?\\")) {
+        return long_path_kind_t::local;
+    }
+    return path.starts_with(network_prefix) ? long_path_kind_t::network : long_path_kind_t::none;
+}
+
+text::wide_string to_long_path(std::u16string_view path) {
+    if (path.starts_with(network_prefix)) {
+        return text::wide_string(u"\\\\?\\UNC\\").append(path.substr(network_prefix.size()));
+    }
+    return text::wide_string(u"\\\\?\\").append(path);
+}
+
+text::wide_string strip_long_prefix(std::u16string_view path) {
+    for (const std::u16string_view prefix : {u"\\\\?\\UNC\\", u"//?/UNC/"}) {
+        if (path.starts_with(prefix)) {
+            return text::wide_string(network_prefix).append(path.substr(prefix.size()));
+        }
+    }
+    for (const std::u16string_view prefix : {u"\\\\?\\", u"//?/"}) {
+        if (path.starts_with(prefix)) {
+            return text::wide_string(path.substr(prefix.size()));
+        }
+    }
+    return text::wide_string(path);
 }
 
 void create_folder(std::u16string_view path) {

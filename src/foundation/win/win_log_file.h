@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
+#include <boost/shared_ptr.hpp>
 
 #include "foundation/logging/log.h"
 #include "foundation/text/conversion.h"
-#include "platform/files.h"
+#include "foundation/win/win_file.h"
 
 namespace win {
 
@@ -15,16 +15,25 @@ public:
     /// `exc::win_sys_exc_t` for every other failure.
     explicit win_log_file_t(const text::wide_string& path);
 
-    /// One write to the file. A failure loses the text, silently: there is nowhere to report it.
+    /// One write to the file. A failure loses the text, silently: there is nowhere to report it. Half an entry doesn't stay.
     void write(const std::string& text) override;
-    [[nodiscard]] const std::string& path() const override { return path_; }
+    [[nodiscard]] const std::string& path() const override { return file_->path(); }
     [[nodiscard]] const std::string& line_end() const override { return line_end_; }
     [[nodiscard]] std::uint64_t size() override;
+    /// Completes the archive and only then cuts the log, which keeps its name and its handle. Throws; the log is as it was then.
+    void compress(const boost::shared_ptr<util::zip_writer_t>& zip_writer) override;
 
 private:
-    std::string path_;
+    bool store(const std::string& text);
+    void store_waiting();
+    void take_back(std::uint64_t end);
+    void copy_into(util::zip_writer_t& zip_writer);
+
     std::string line_end_ = "\r\n";
-    std::unique_ptr<platform::file> file_;
+    boost::shared_ptr<win_file_t> file_;
+    /// While the file is being written or read, entries about that very work come in; they wait until it is done.
+    bool busy_ = false;
+    std::string waiting_;
 };
 
 }  // namespace win

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <limits>
 
 #include "foundation/text/unicode.h"
@@ -169,6 +170,23 @@ std::uint32_t linux_files::open_file(const std::u16string& path, std::uint32_t a
     return error::success;
 }
 
+std::uint32_t linux_files::look_up(const std::u16string& path, path_kind& kind) {
+    const std::string name = native(path);
+    if (name.empty()) {
+        return path.empty() ? error::path_not_found : error::invalid_name;
+    }
+    struct stat status {};
+    if (stat(name.c_str(), &status) == 0) {
+        kind = S_ISDIR(status.st_mode) ? path_kind::folder : path_kind::file;
+        return error::success;
+    }
+    if (errno == ENOENT || errno == ENOTDIR) {
+        kind = path_kind::absent;
+        return error::success;
+    }
+    return from_errno(errno);
+}
+
 bool linux_files::exists(const std::u16string& path) {
     struct stat status {};
     return stat(native(path).c_str(), &status) == 0;
@@ -223,6 +241,14 @@ std::uint32_t linux_files::replace_file(const std::u16string& from, const std::u
     if (folder_of(old_name) != folder_of(new_name)) {
         return from_errno(sync_folder(folder_of(old_name)));
     }
+    return error::success;
+}
+
+std::uint32_t linux_files::temp_folder(std::u16string& folder) {
+    const char* named = std::getenv("TMPDIR");
+    std::string path = named != nullptr && *named != '\0' ? named : "/tmp";
+    path.erase(path.find_last_not_of('/') + 1);
+    folder = text::unicode::decode_utf8_lenient(path.empty() ? "/" : path);
     return error::success;
 }
 

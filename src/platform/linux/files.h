@@ -13,11 +13,14 @@ class linux_files final : public files {
 public:
     std::uint32_t open_file(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
                             std::unique_ptr<file>& opened) override;
+    std::uint32_t look_up(const std::u16string& path, path_kind& kind) override;
     [[nodiscard]] bool exists(const std::u16string& path) override;
     std::uint32_t create_folder(const std::u16string& path) override;
     std::uint32_t remove_file(const std::u16string& path) override;
     std::uint32_t rename_file(const std::u16string& from, const std::u16string& to) override;
     std::uint32_t replace_file(const std::u16string& from, const std::u16string& to) override;
+    /// $TMPDIR, else /tmp.
+    std::uint32_t temp_folder(std::u16string& folder) override;
     [[nodiscard]] char16_t separator() override { return u'/'; }
     [[nodiscard]] std::u16string system_folder() override { return u"/usr/bin"; }
     [[nodiscard]] std::u16string common_data_folder() override { return u"/var/log"; }

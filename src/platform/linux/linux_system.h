@@ -5,6 +5,7 @@
 
 #include "platform/linux/clock.h"
 #include "platform/linux/com_runtime.h"
+#include "platform/linux/debug_output.h"
 #include "platform/linux/errors.h"
 #include "platform/linux/files.h"
 #include "platform/linux/linux_settings.h"
@@ -36,7 +37,8 @@ struct system_paths {
 void prepare_state_folder(const std::string& folder);
 
 /// The platform on Linux: owns the parts that need nothing but the system itself. The others, `devices`,
-/// `tape_functions`, `plug_and_play`, `accounts` and `rpc_runtime`, are put into `set()` by whoever makes them, before the set is installed.
+/// `tape_functions`, `plug_and_play`, `accounts` and `rpc_runtime`, are put into `set()` by whoever makes them, before the set is
+/// installed.
 class linux_system {
 public:
     /// Prepares the state folder and reads the settings. Throws `settings_error` and `std::runtime_error`, both with a text for
@@ -58,6 +60,7 @@ private:
     linux_process process_;
     linux_text_encoding text_encoding_;
     linux_com_runtime com_runtime_;
+    linux_debug_output debug_output_;
     linux_registry registry_;
     const linux_settings settings_;
     system_set set_;

@@ -149,6 +149,7 @@ memory_files::memory_files(char16_t separator)
     folders_.insert(separator == u'\\' ? "C:" : "/");
     add_folders(normal(system_folder_));
     add_folders(normal(common_data_folder_));
+    add_folders(separator == u'\\' ? "C:/Temp" : "/tmp");
 }
 
 std::uint32_t memory_files::open_file(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
@@ -188,6 +189,26 @@ std::uint32_t memory_files::open_file(const std::u16string& path, std::uint32_t 
     open_[id] = {std::move(data), access, share};
     opened = std::make_unique<memory_file>(*this, id);
     return error::success;
+}
+
+std::uint32_t memory_files::look_up(const std::u16string& path, path_kind& kind) {
+    const std::string name = normal(path);
+    if (const std::uint32_t refused = failure(operation::look_up, name)) {
+        return refused;
+    }
+    const std::lock_guard lock(mutex_);
+    if (name.empty()) {
+        return error::path_not_found;
+    }
+    kind = folders_.contains(name) ? path_kind::folder : present_.contains(name) ? path_kind::file : path_kind::absent;
+    return error::success;
+}
+
+std::uint32_t memory_files::temp_folder(std::u16string& folder) {
+    if (temp_folder_error_ == error::success) {
+        folder = separator_ == u'\\' ? u"C:\\Temp" : u"/tmp";
+    }
+    return temp_folder_error_;
 }
 
 bool memory_files::exists(const std::u16string& path) {

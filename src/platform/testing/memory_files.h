@@ -23,7 +23,7 @@ namespace platform::testing {
 /// last replacement. Folders survive always.
 class memory_files final : public files {
 public:
-    enum class operation { open, read, write, seek, size, truncate, flush, create_folder, remove, rename, replace };
+    enum class operation { look_up, open, read, write, seek, size, truncate, flush, create_folder, remove, rename, replace };
     /// Asked before each operation with the path it is about: an error number other than 0 makes it fail with that.
     using failure_hook = std::function<std::uint32_t(operation what, const std::string& path)>;
 
@@ -31,11 +31,13 @@ public:
 
     std::uint32_t open_file(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
                             std::unique_ptr<file>& opened) override;
+    std::uint32_t look_up(const std::u16string& path, path_kind& kind) override;
     [[nodiscard]] bool exists(const std::u16string& path) override;
     std::uint32_t create_folder(const std::u16string& path) override;
     std::uint32_t remove_file(const std::u16string& path) override;
     std::uint32_t rename_file(const std::u16string& from, const std::u16string& to) override;
     std::uint32_t replace_file(const std::u16string& from, const std::u16string& to) override;
+    std::uint32_t temp_folder(std::u16string& folder) override;
     [[nodiscard]] char16_t separator() override { return separator_; }
     [[nodiscard]] std::u16string system_folder() override { return system_folder_; }
     [[nodiscard]] std::u16string common_data_folder() override { return common_data_folder_; }
@@ -51,6 +53,8 @@ public:
     [[nodiscard]] std::size_t open_count() const;
 
     void set_common_data_folder(std::u16string_view folder) { common_data_folder_ = folder; }
+    /// Asking for the temporary folder answers this error from now on; 0 lets it work again.
+    void fail_temp_folder(std::uint32_t error) { temp_folder_error_ = error; }
     /// Room for this many more bytes; a write that needs more is cut short and answers 112.
     void set_free_bytes(std::optional<std::uint64_t> bytes);
     void set_failure(failure_hook hook);
@@ -82,6 +86,7 @@ private:
     const char16_t separator_;
     std::u16string system_folder_;
     std::u16string common_data_folder_;
+    std::uint32_t temp_folder_error_ = 0;
     mutable std::mutex mutex_;
     std::map<std::string, std::shared_ptr<file_data>> present_;
     std::map<std::string, std::string> durable_;  ///< what a loss of power leaves

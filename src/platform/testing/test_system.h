@@ -3,6 +3,7 @@
 #include "platform/system.h"
 #include "platform/testing/fake_accounts.h"
 #include "platform/testing/fake_com_runtime.h"
+#include "platform/testing/fake_debug_output.h"
 #include "platform/testing/fake_errors.h"
 #include "platform/testing/fake_plug_and_play.h"
 #include "platform/testing/fake_process.h"
@@ -31,6 +32,7 @@ public:
     fake_process process;
     fake_text_encoding text_encoding;
     fake_com_runtime com_runtime;
+    fake_debug_output debug_output;
     fake_accounts accounts;
     fake_plug_and_play plug_and_play;
     fake_rpc_runtime rpc_runtime;
@@ -41,6 +43,7 @@ public:
         set.accounts = &accounts;
         set.clock = &clock;
         set.com_runtime = &com_runtime;
+        set.debug_output = &debug_output;
         set.devices = &devices;
         set.errors = &errors;
         set.files = &files;

@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <boost/make_shared.hpp>
-
 #include "foundation/exc/exceptions.h"
 #include "foundation/logging/log_files.h"
 #include "foundation/logging/log_writer.h"
@@ -172,27 +170,6 @@ TEST_F(LogSetup, ConfiguredFolderThatCannotBeMadeGivesWayToTheDefaultOne) {
                     "Error: Access is denied.\nCreateDirectory(C:\\Other) function call failed.\n--tr:Error code: 0x00000005"));
 }
 
-TEST_F(LogSetup, FileIsAppendedToAndMeasured) {
-    system_.files.put("C:\\a.log", "old\r\n");
-    win::win_log_file_t log(u"C:\\a.log");
-    EXPECT_EQ(log.line_end(), "\r\n");
-    EXPECT_EQ(log.size(), 5U);
-    log.write("new\r\n");
-    EXPECT_EQ(system_.files.content("C:\\a.log"), "old\r\nnew\r\n");
-    EXPECT_EQ(log.size(), 10U);
-}
-
-TEST_F(LogSetup, FullDiskLosesTheTextSilently) {
-    win::win_log_file_t log(u"C:\\a.log");
-    log.flush_each_write = true;
-    system_.files.set_free_bytes(0);
-    EXPECT_NO_THROW(log.write("lost"));
-    system_.files.set_free_bytes(std::nullopt);
-    log.write("kept");
-    system_.files.lose_power();
-    EXPECT_EQ(system_.files.content("C:\\a.log"), "kept");
-}
-
 class recording_check final : public logging::size_check_t {
 public:
     void check(logging::receiver::log_file_t& receiver) override { paths.push_back(receiver.path()); }
@@ -200,13 +177,10 @@ public:
 };
 
 TEST_F(LogSetup, SizeIsLookedAtAtTheStart) {
-    const auto check = boost::make_shared<recording_check>();
-    logging::initialize_log(u"Svc.TarnoTape.log", {u"svc.exe"}, check);
-    EXPECT_THAT(check->paths, ElementsAre(default_log_));
-    for (int i = 0; i < 1000; ++i) {
-        g_log.LogInfo("x");
-    }
-    EXPECT_EQ(check->paths.size(), 2U);
+    recording_check check;
+    logging::pending_lines messages;
+    EXPECT_NE(logging::open_log_file({u"C:\\a.log"}, messages, &check), nullptr);
+    EXPECT_THAT(check.paths, ElementsAre("C:\\a.log"));
 }
 
 TEST_F(LogSetup, WithoutAnyLogTheProcessGoesOn) {

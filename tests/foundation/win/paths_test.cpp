@@ -2,10 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <boost/make_shared.hpp>
+
 #include "foundation/exc/exceptions.h"
+#include "foundation/util/common_lib_ctx.h"
+#include "foundation/win/win_file.h"
 #include "platform/testing/fakes.h"
 
 namespace {
+
+using operation = platform::testing::memory_files::operation;
 
 class Paths : public ::testing::Test {
 protected:
@@ -92,10 +98,110 @@ TEST_F(Paths, FoldersThatCannotBeAreRefused) {
 }
 
 TEST_F(Paths, FolderMadeByAnotherMeanwhileIsWelcome) {
-    system_.files.set_failure([](platform::testing::memory_files::operation what, const std::string&) {
-        return what == platform::testing::memory_files::operation::create_folder ? 183U : 0U;
+    system_.files.set_failure([this](operation what, const std::string& path) {
+        if (what != operation::create_folder) {
+            return 0U;
+        }
+        system_.files.add_folder(path);
+        return 183U;
     });
     EXPECT_NO_THROW(win::create_folder(u"C:\\n"));
+}
+
+TEST_F(Paths, FileInTheFoldersPlaceIsAFailure) {
+    system_.files.put("C:\\n", "a file");
+    EXPECT_EQ(failure_of([] { win::create_folder(u"C:\\n"); }),
+              "Cannot create a file when that file already exists.\nCreateDirectory(C:\\n) function call failed.\n"
+              "--tr:Error code: 0x000000b7");
+}
+
+TEST_F(Paths, FileIsNoFolderAndFolderIsNoFile) {
+    system_.files.put("C:\\a\\b", "x");
+    EXPECT_TRUE(win::file_exists(u"C:\\a\\b"));
+    EXPECT_FALSE(win::folder_exists(u"C:\\a\\b"));
+    EXPECT_TRUE(win::folder_exists(u"C:\\a"));
+    EXPECT_FALSE(win::file_exists(u"C:\\a"));
+    EXPECT_TRUE(win::folder_exists(u"C:\\"));
+    EXPECT_FALSE(win::folder_exists(u"Q:\\"));
+}
+
+TEST_F(Paths, ExistenceThatCannotBeToldIsAFailure) {
+    system_.files.set_failure([](operation what, const std::string&) { return what == operation::look_up ? 5U : 0U; });
+    EXPECT_EQ(failure_of([] { static_cast<void>(win::file_exists(u"C:\\a")); }),
+              "Access is denied.\nFailed to check whether file 'C:\\a' exists.\n--tr:Error code: 0x00000005");
+    EXPECT_EQ(failure_of([] { static_cast<void>(win::folder_exists(u"C:\\a\\")); }),
+              "Access is denied.\nFailed to check whether folder 'C:\\a\\' exists.\n--tr:Error code: 0x00000005");
+}
+
+TEST_F(Paths, DriveThatDoesNotExistIsTheSystemsToRefuse) {
+    EXPECT_EQ(failure_of([] { win::create_folder(u"Q:"); }),
+              "The system cannot find the path specified.\nCreateDirectory(Q:) function call failed.\n--tr:Error code: 0x00000003");
+}
+
+TEST_F(Paths, TemporaryFolderIsTheSystems) {
+    EXPECT_EQ(win::temp_folder(), u"C:\\Temp");
+    system_.files.fail_temp_folder(5);
+    EXPECT_EQ(failure_of([] { static_cast<void>(win::temp_folder()); }),
+              "Access is denied.\nCannot retrieve the path to the temporary directory. GetTempPath() failed.\n"
+              "--tr:Error code: 0x00000005");
+}
+
+TEST_F(Paths, MoveReplacesNothing) {
+    system_.files.put("C:\\a", "a");
+    system_.files.put("C:\\b", "b");
+    EXPECT_EQ(failure_of([] { win::move_file(u"C:\\a", u"C:\\b"); }),
+              "Cannot create a file when that file already exists.\nFailed to move file [C:\\a] to [C:\\b].\n"
+              "--tr:Error code: 0x000000b7");
+    win::move_file(u"C:\\a", u"C:\\c");
+    EXPECT_EQ(system_.files.content("C:\\c"), "a");
+    win::delete_file(u"C:\\c");
+    EXPECT_FALSE(win::file_exists(u"C:\\c"));
+    EXPECT_EQ(failure_of([] { win::delete_file(u"C:\\c"); }),
+              "The system cannot find the file specified.\nFailed to delete file [C:\\c].\n--tr:Error code: 0x00000002");
+}
+
+TEST_F(Paths, LongPathsBearAPrefix) {
+    EXPECT_EQ(win::to_long_path(u"\\\\server\\share"), u"\\\\?\\UNC\\server\\share");
+    EXPECT_EQ(win::to_long_path(u"C:\\a"), u"\\\\?\\C:\\a");
+    EXPECT_EQ(win::strip_long_prefix(u"\\\\?\\UNC\\server\\share"), u"\\\\server\\share");
+    EXPECT_EQ(win::strip_long_prefix(u"//?/UNC/server/share"), u"\\\\server/share");
+    EXPECT_EQ(win::strip_long_prefix(u"\\\\?\\C:\\a"), u"C:\\a");
+    EXPECT_EQ(win::strip_long_prefix(u"//?/C:/a"), u"C:/a");
+    EXPECT_EQ(win::strip_long_prefix(u"C:\\a"), u"C:\\a");
+    EXPECT_EQ(win::strip_long_prefix(u"\\\\server\\share"), u"\\\\server\\share");
+    using win::long_path_kind_t;
+    EXPECT_EQ(win::long_path_kind(u"\\\\?\\UNC\\server"), long_path_kind_t::network);
+    EXPECT_EQ(win::long_path_kind(u"\\\\?\\C:\\a"), long_path_kind_t::local);
+    EXPECT_EQ(win::long_path_kind(u"\\\\server\\share"), long_path_kind_t::network);
+    EXPECT_EQ(win::long_path_kind(u"C:\\a"), long_path_kind_t::none);
+}
+
+/// Lets through what lies in one folder.
+class one_folder final : public security::IFilesAccessPermissions {
+public:
+    void check(const text::wide_string& path) override {
+        if (!path.starts_with(u"C:\\mine")) {
+            throw exc::runtime_exc_t("Not here: [%1].", text::wide_to_utf8(path));
+        }
+    }
+};
+
+TEST_F(Paths, PermissionsAreAskedBeforeAnyPathIsTouched) {
+    system_.files.put("C:\\other\\a", "a");
+    system_.files.put("C:\\mine\\a", "a");
+    common_lib_ctx().set_files_access_permissions(boost::make_shared<one_folder>());
+    const std::string refusal = "Not here: [C:\\other\\a].";
+    EXPECT_EQ(failure_of([] { static_cast<void>(win::file_exists(u"C:\\other\\a")); }), refusal);
+    EXPECT_EQ(failure_of([] { static_cast<void>(win::folder_exists(u"C:\\other\\a")); }), refusal);
+    EXPECT_EQ(failure_of([] { win::create_folder(u"C:\\other\\a"); }), refusal);
+    EXPECT_EQ(failure_of([] { win::delete_file(u"C:\\other\\a"); }), refusal);
+    EXPECT_EQ(failure_of([] { win::move_file(u"C:\\mine\\a", u"C:\\other\\a"); }), refusal);
+    EXPECT_EQ(failure_of([] { win::move_file(u"C:\\other\\a", u"C:\\mine\\b"); }), refusal);
+    EXPECT_EQ(failure_of([] { static_cast<void>(win::win_file_t::open(u"C:\\other\\a", platform::file_open_mode::open_always)); }),
+              refusal);
+    EXPECT_TRUE(win::file_exists(u"C:\\mine\\a"));
+    common_lib_ctx().set_files_access_permissions({});
+    EXPECT_TRUE(win::file_exists(u"C:\\other\\a"));
 }
 
 }  // namespace

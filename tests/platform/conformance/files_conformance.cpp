@@ -153,6 +153,31 @@ TYPED_TEST(FilesConformance, MakesOneFolderAtATime) {
     EXPECT_FALSE(this->under_test().exists(this->path(u"three")));
 }
 
+TYPED_TEST(FilesConformance, TellsFilesFromFolders) {
+    this->put(u"a", "content");
+    EXPECT_EQ(this->under_test().create_folder(this->path(u"folder")), 0U);
+    const auto kind_of = [this](const std::u16string& path) {
+        auto kind = path_kind::absent;
+        EXPECT_EQ(this->under_test().look_up(path, kind), 0U);
+        return kind;
+    };
+    EXPECT_EQ(kind_of(this->path(u"a")), path_kind::file);
+    EXPECT_EQ(kind_of(this->path(u"folder")), path_kind::folder);
+    EXPECT_EQ(kind_of(this->path(u"folder") + this->under_test().separator()), path_kind::folder);
+    EXPECT_EQ(kind_of(this->path(u"absent")), path_kind::absent);
+    EXPECT_EQ(kind_of(this->path(u"absent") + this->under_test().separator() + u"a"), path_kind::absent);
+    EXPECT_EQ(kind_of(this->path(u"a") + this->under_test().separator() + u"a"), path_kind::absent);
+    auto kind = path_kind::file;
+    EXPECT_EQ(this->under_test().look_up(u"", kind), error::path_not_found);
+}
+
+TYPED_TEST(FilesConformance, HasAFolderForTemporaryFiles) {
+    std::u16string folder;
+    EXPECT_EQ(this->under_test().temp_folder(folder), 0U);
+    EXPECT_TRUE(this->under_test().exists(folder));
+    EXPECT_NE(folder.back(), this->under_test().separator());
+}
+
 TYPED_TEST(FilesConformance, RemovesFilesOnly) {
     this->put(u"a", "content");
     EXPECT_EQ(this->under_test().remove_file(this->path(u"a")), 0U);

@@ -4,6 +4,7 @@
 
 #include "device_stack/scripted_transport.h"
 #include "device_stack/tape_answers.h"
+#include "platform/testing/fakes.h"
 
 using namespace platform::device_stack;
 using namespace tape_answers;
@@ -15,7 +16,7 @@ constexpr std::uint8_t lto = 0x5E;
 
 class TapeCapacity : public testing::Test {
 protected:
-    std::uint32_t read(std::uint8_t density = lto) { return read_capacity(transport, density, 60, capacity); }
+    std::uint32_t read(std::uint8_t density = lto) { return read_capacity(transport, density, time_budget(60), capacity); }
     [[nodiscard]] std::vector<std::uint8_t> sent_opcodes() const {
         std::vector<std::uint8_t> codes;
         for (const auto& one : transport.sent) {
@@ -24,6 +25,7 @@ protected:
         return codes;
     }
 
+    platform::testing::test_system system_;
     scripted_transport transport;
     tape_capacity capacity;
 };

@@ -146,10 +146,9 @@ tape_capacity decode_capacity_page(std::span<const std::uint8_t> answer) {
     }
 }
 
-std::uint32_t read_capacity(scsi_transport& transport, std::uint8_t density, std::int64_t timeout_seconds,
-                            tape_capacity& capacity) {
+std::uint32_t read_capacity(scsi_transport& transport, std::uint8_t density, const time_budget& time, tape_capacity& capacity) {
     std::vector<std::uint8_t> answer;
-    scsi_outcome outcome = read_attributes(transport, timeout_seconds, answer);
+    scsi_outcome outcome = read_attributes(transport, time.seconds_left(), answer);
     if (const std::uint32_t failure = tape_error_of(outcome); failure == error::success) {
         take(capacity, decode_capacity_attributes(answer));
     } else if (!is_refused(outcome) && !is_memory_fault(outcome)) {
@@ -159,7 +158,7 @@ std::uint32_t read_capacity(scsi_transport& transport, std::uint8_t density, std
         if (is_complete(capacity) || (page == tape_capacity_page && !is_linear_tape_open(density))) {
             break;
         }
-        outcome = read_log_page(transport, page, timeout_seconds, answer);
+        outcome = read_log_page(transport, page, time.seconds_left(), answer);
         if (const std::uint32_t failure = tape_error_of(outcome); failure == error::success) {
             if ((util::load_u8(answer, 0) & 0x3F) == page) {
                 take(capacity, decode_capacity_page(answer));

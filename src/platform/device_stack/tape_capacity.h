@@ -5,6 +5,7 @@
 #include <span>
 
 #include "platform/device_stack/scsi_transport.h"
+#include "platform/device_stack/time_budget.h"
 
 namespace platform::device_stack {
 
@@ -21,9 +22,10 @@ struct tape_capacity {
 /// any other page.
 [[nodiscard]] tape_capacity decode_capacity_page(std::span<const std::uint8_t> answer);
 
-/// Asks the drive by each way that it knows until both numbers are told. `density` is the medium's density code. What no way tells
-/// stays empty, which is no failure; the result is that of a command that failed otherwise than by a refusal.
-[[nodiscard]] std::uint32_t read_capacity(scsi_transport& transport, std::uint8_t density, std::int64_t timeout_seconds,
+/// Asks the drive by each way that it knows until both numbers are told. `density` is the medium's density code; `time` is for all
+/// commands together. What no way tells stays empty, which is no failure; the result is that of a command that failed otherwise
+/// than by a refusal.
+[[nodiscard]] std::uint32_t read_capacity(scsi_transport& transport, std::uint8_t density, const time_budget& time,
                                           tape_capacity& capacity);
 
 }  // namespace platform::device_stack

@@ -1,19 +1,17 @@
 #include "platform/device_stack/tape_class.h"
 
-#include <algorithm>
 #include <iterator>
 #include <string>
 #include <vector>
 
 #include "foundation/util/bytes.h"
-#include "platform/clock.h"
 #include "platform/device_stack/long_erase.h"
 #include "platform/device_stack/scsi_commands.h"
 #include "platform/device_stack/tape_capacity.h"
 #include "platform/device_stack/tape_sense.h"
+#include "platform/device_stack/time_budget.h"
 #include "platform/errors.h"
 #include "platform/scsi_records.h"
-#include "platform/system.h"
 
 namespace platform::device_stack {
 
@@ -62,16 +60,6 @@ constexpr prepare_command prepare_commands[] = {
 };
 static_assert(TAPE_LOAD == 0 && TAPE_UNLOAD == 1 && TAPE_TENSION == 2 && TAPE_LOCK == 3 && TAPE_UNLOCK == 4 && TAPE_FORMAT == 5 &&
               std::size(prepare_commands) == TAPE_FORMAT + 1);
-
-/// The time that a call of several commands may take as a whole; each command gets what is left of it.
-class time_budget {
-public:
-    explicit time_budget(std::int64_t seconds) : end_(system().clock->seconds() + seconds) {}
-    [[nodiscard]] std::int64_t seconds_left() const { return std::max<std::int64_t>(end_ - system().clock->seconds(), 1); }
-
-private:
-    std::int64_t end_;
-};
 
 /// What MODE SENSE(6) tells of medium and drive (SPC-4 clause 7.5.4, SSC-4 clause 8.3.1).
 struct mode_data {
@@ -195,7 +183,7 @@ std::uint32_t tape_class::get_media_parameters(TAPE_GET_MEDIA_PARAMETERS& media)
         return failure;
     }
     tape_capacity capacity;
-    if (const std::uint32_t failed = read_capacity(transport(), mode.density, time.seconds_left(), capacity); failed != 0) {
+    if (const std::uint32_t failed = read_capacity(transport(), mode.density, time, capacity); failed != 0) {
         return failed;
     }
     media = {};

@@ -329,6 +329,48 @@ TEST_F(SessionTest, ObjectUuidStandsInFrontOfTheStub) {
     EXPECT_EQ(fault_of(feed(request_pdu(request)).answer), 0x1C01000BU);
 }
 
+/// Stub data with a verification trailer of one command, which tells what the client's header said.
+bytes with_trailer(bytes stub, std::uint32_t call_id, unsigned operation) {
+    raw_writer out;
+    out.raw(stub).raw(bytes{0x8A, 0xE3, 0x13, 0x71, 0x02, 0xF4, 0x36, 0x71});
+    out.u16(0x4003).u16(16).u8(0).zeros(3).u8(0x10).zeros(3).u32(call_id).u16(0).u16(operation);
+    return out.data;
+}
+
+TEST_F(SessionTest, VerificationTrailerThatAgreesIsNoPartOfTheStub) {
+    bind_plainly();
+    raw_request request;
+    request.call_id = 9;
+    request.operation = 1;
+    request.stub = with_trailer({1, 2, 3, 4}, 9, 1);
+    const session_step step = feed(request_pdu(request));
+    ASSERT_TRUE(step.call);
+    EXPECT_EQ(step.call->stub, (bytes{1, 2, 3, 4}));
+    // Over two fragments, the second with the end of the trailer.
+    const bytes stub = request.stub;
+    request.flags = 1;
+    request.stub.assign(stub.begin(), stub.begin() + 20);
+    EXPECT_FALSE(feed(request_pdu(request)).call);
+    request.flags = 2;
+    request.stub.assign(stub.begin() + 20, stub.end());
+    const session_step joined = feed(request_pdu(request));
+    ASSERT_TRUE(joined.call);
+    EXPECT_EQ(joined.call->stub, (bytes{1, 2, 3, 4}));
+}
+
+TEST_F(SessionTest, WrongVerificationTrailerIsAccessDenied) {
+    bind_plainly();
+    raw_request request;
+    request.call_id = 9;
+    request.operation = 1;
+    request.stub = with_trailer({1, 2, 3, 4}, 9, 2);
+    const session_step step = feed(request_pdu(request));
+    EXPECT_EQ(fault_of(step.answer), 5U);
+    EXPECT_TRUE(step.close);
+    EXPECT_THAT(events,
+                testing::ElementsAre("A request of RPC client 192.0.2.1 was refused: its headers were changed on the way."));
+}
+
 TEST_F(SessionTest, FragmentsAreJoined) {
     bind_plainly();
     raw_request request;

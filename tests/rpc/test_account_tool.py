@@ -55,6 +55,15 @@ class AccountTool(unittest.TestCase):
         self.assertEqual("Removed account 'anna'.\n", self.succeed("remove", "anna"))
         self.assertEqual("bob\n", self.succeed("list"))
 
+    def test_disabling_keeps_password_and_rights(self):
+        self.succeed("add", "--administrator", "Anna", password="Password\n")
+        self.assertEqual("Disabled account 'Anna'.\n", self.succeed("disable", "ANNA"))
+        self.assertEqual("Anna\tadministrator\tdisabled\n", self.succeed("list"))
+        self.assertIn("Anna:administrator,disabled:" + HASH_OF_PASSWORD, self.lines())
+        self.assertEqual("Disabled account 'Anna'.\n", self.succeed("disable", "Anna"))
+        self.assertEqual("Enabled account 'Anna'.\n", self.succeed("enable", "anna"))
+        self.assertIn("Anna:administrator:" + HASH_OF_PASSWORD, self.lines())
+
     def test_option_of_the_file_may_stand_behind_the_command(self):
         done = self.run_tool("add", "Anna", "--file", str(self.file), password="Password\n", file=False)
         self.assertEqual(0, done.returncode, done.stderr)
@@ -78,11 +87,13 @@ class AccountTool(unittest.TestCase):
         self.assertEqual(f"tarno-tape-account: Cannot open the accounts file '{self.file}': No such file or directory.\n",
                          self.fail_with(1, "list"))
         self.assertEqual(f"tarno-tape-account: There is no account 'Anna' in '{self.file}'.\n", self.fail_with(1, "remove", "Anna"))
+        for command in ("disable", "enable"):
+            self.assertEqual(f"tarno-tape-account: There is no account 'Anna' in '{self.file}'.\n", self.fail_with(1, command, "Anna"))
         self.file = self.file / "below"
         self.assertIn("Cannot open the lock file", self.fail_with(1, "add", "Anna", password="x\n"))
 
     def test_wrong_usage(self):
-        for arguments in ([], ["add"], ["remove"], ["rename", "a"], ["add", "a", "b"], ["list", "a"], ["remove", "--administrator", "a"]):
+        for arguments in ([], ["add"], ["remove"], ["rename", "a"], ["disable"], ["enable", "a", "b"], ["add", "a", "b"], ["list", "a"], ["remove", "--administrator", "a"]):
             self.assertNotEqual("", self.fail_with(2, *arguments), arguments)
         for name in ("a:b", "DOMAIN\\a", "a@b", "", " a", "x" * 105):
             self.assertIn("can't be an account's name", self.fail_with(2, "add", name, password="x\n"))

@@ -63,6 +63,22 @@ void remove(const accounts_file& file, const std::string& name) {
     std::cout << "Removed account '" << name << "'.\n";
 }
 
+void set_disabled(const accounts_file& file, const std::string& name, bool disabled) {
+    const std::u16string wide = checked_name(name);
+    std::string known;
+    file.edit([&](account_table& table) {
+        const account* const found = table.find(wide);
+        if (found == nullptr) {
+            throw std::runtime_error("There is no account '" + name + "' in '" + file.path() + "'.");
+        }
+        account changed = *found;
+        changed.disabled = disabled;
+        known = changed.name;
+        table.put(changed);
+    });
+    std::cout << (disabled ? "Disabled account '" : "Enabled account '") << known << "'.\n";
+}
+
 void list(const accounts_file& file) {
     const accounts_file::contents found = file.read();
     if (!found.exposure.empty()) {
@@ -85,8 +101,12 @@ int run(int count, char** arguments) {
     adding->add_option("NAME", name, "Name of the account")->required();
     CLI::App* const removing = app.add_subcommand("remove", "Removes an account");
     removing->add_option("NAME", name, "Name of the account")->required();
+    CLI::App* const disabling = app.add_subcommand("disable", "Lets an account in no more, and keeps its password and rights");
+    disabling->add_option("NAME", name, "Name of the account")->required();
+    CLI::App* const enabling = app.add_subcommand("enable", "Lets a disabled account in again");
+    enabling->add_option("NAME", name, "Name of the account")->required();
     CLI::App* const listing = app.add_subcommand("list", "Lists the accounts with their flags");
-    for (CLI::App* const command : {adding, removing, listing}) {
+    for (CLI::App* const command : {adding, removing, disabling, enabling, listing}) {
         command->fallthrough();
     }
     try {
@@ -99,6 +119,8 @@ int run(int count, char** arguments) {
         add(file, name, administrator);
     } else if (removing->parsed()) {
         remove(file, name);
+    } else if (disabling->parsed() || enabling->parsed()) {
+        set_disabled(file, name, disabling->parsed());
     } else {
         list(file);
     }

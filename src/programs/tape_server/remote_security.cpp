@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "foundation/logging/log_writer.h"
+#include "platform/linux/rpc/event_throttle.h"
 #include "platform/linux/rpc/gss_provider.h"
 #include "platform/linux/rpc/ntlm_provider.h"
 #include "platform/linux/rpc/spnego_provider.h"
@@ -40,7 +41,7 @@ std::vector<std::string> add_remote_security(platform::linux_rpc::rpc_server& se
     for (const auto& mechanism : mechanisms) {
         server.add_security_provider(mechanism);
     }
-    const auto warn = [](const std::string& sentence) { g_rpcLog.LogWarning(sentence); };
+    const auto warn = throttled([](const std::string& sentence) { g_rpcLog.LogWarning(sentence); });
     server.add_security_provider(std::make_shared<spnego_provider>(spnego_settings{std::move(mechanisms), warn}));
     return lacks;
 }

@@ -9,6 +9,7 @@
 #include "foundation/logging/log_writer.h"
 #include "foundation/text/conversion.h"
 #include "platform/files.h"
+#include "platform/linux/rpc/event_throttle.h"
 #include "platform/linux/scsi/iscsi_source.h"
 #include "platform/linux/scsi/sg_source.h"
 #include "platform/linux/settings_file.h"
@@ -104,7 +105,8 @@ void assembled_system::add_rpc() {
     options.listen_address = settings.listen_address;
     options.local_socket = settings.local_socket;
     options.network_threads = std::clamp(boost::thread::hardware_concurrency(), 1U, most_network_threads);
-    options.on_event = [](const std::string& sentence) { g_rpcLog.LogInfo(sentence); };
+    options.limits = settings.limits;
+    options.on_event = platform::linux_rpc::throttled([](const std::string& sentence) { g_rpcLog.LogInfo(sentence); });
     rpc_ = std::make_unique<platform::linux_rpc::rpc_server>(std::move(options));
 
     std::u16string computer;

@@ -5,6 +5,7 @@
 #include <array>
 
 #include "foundation/logging/log_writer.h"
+#include "platform/linux/rpc/event_throttle.h"
 #include "platform/rpc_runtime.h"
 
 namespace platform::linux_rpc {
@@ -24,7 +25,8 @@ gss_provider::gss_provider(const std::string& keytab, reporter report) : setting
 }
 
 std::unique_ptr<gss_provider> gss_provider::of_keytab(const std::string& keytab) {
-    return std::make_unique<gss_provider>(keytab, [](const std::string& sentence) { g_rpcLog.LogWarning(sentence); });
+    const auto warn = [](const std::string& sentence) { g_rpcLog.LogWarning(sentence); };
+    return std::make_unique<gss_provider>(keytab, throttled(warn));
 }
 
 std::uint8_t gss_provider::auth_type() const {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <exception>
 
 #include "platform/linux/rpc/little_endian.h"
@@ -19,19 +20,20 @@ public:
 
     [[nodiscard]] bool administrator() override {
         const std::uint64_t generation = accounts_->generation();
-        if (generation != generation_) {
+        std::uint64_t known = known_.load(std::memory_order_relaxed);
+        if (known >> 1 != generation + 1) {
             const std::optional<account> found = accounts_->find(name_);
-            administrator_ = found && !found->disabled && found->administrator;
-            generation_ = generation;
+            const bool administrator = found && !found->disabled && found->administrator;
+            known = (generation + 1) << 1 | (administrator ? 1U : 0U);
+            known_.store(known, std::memory_order_relaxed);
         }
-        return administrator_;
+        return (known & 1) != 0;
     }
 
 private:
     std::shared_ptr<account_source> accounts_;
     std::u16string name_;
-    std::optional<std::uint64_t> generation_;  ///< of what is known here
-    bool administrator_ = false;
+    std::atomic<std::uint64_t> known_{0};  ///< the generation and one, and in the lowest bit the answer; 0: nothing is known yet
 };
 
 namespace flag = ntlm::flag;

@@ -1,6 +1,7 @@
 #include "platform/linux/rpc/ntlm_provider.h"
 
 #include "foundation/logging/log_writer.h"
+#include "platform/linux/rpc/event_throttle.h"
 #include "platform/rpc_runtime.h"
 
 namespace platform::linux_rpc {
@@ -15,8 +16,9 @@ ntlm_provider::ntlm_provider(ntlm_acceptor_settings settings)
 
 std::unique_ptr<ntlm_provider> ntlm_provider::of_accounts_file(const std::string& path, std::string_view fully_qualified) {
     const auto warn = [](const std::string& sentence) { g_rpcLog.LogWarning(sentence); };
-    return std::make_unique<ntlm_provider>(ntlm_acceptor_settings{
-        ntlm_host_names::of(fully_qualified), std::make_shared<live_accounts>(path, warn), ntlm_environment::of_system(), warn});
+    return std::make_unique<ntlm_provider>(ntlm_acceptor_settings{ntlm_host_names::of(fully_qualified),
+                                                                  std::make_shared<live_accounts>(path, warn),
+                                                                  ntlm_environment::of_system(), throttled(warn)});
 }
 
 std::uint8_t ntlm_provider::auth_type() const {

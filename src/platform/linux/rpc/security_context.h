@@ -14,8 +14,8 @@ namespace platform::linux_rpc {
 /// Authentication levels of the connection-oriented protocol (C706 13.1.2.1, MS-RPCE 2.2.1.1.8).
 enum class auth_level : std::uint8_t { none = 1, connect = 2, call = 3, packet = 4, integrity = 5, privacy = 6 };
 
-/// What becomes of a caller after it has proved who it is: rights can be taken away and given while the connection lasts. Used by
-/// one thread at a time.
+/// What becomes of a caller after it has proved who it is: rights can be taken away and given while the connection lasts. Callable
+/// from any thread: several calls of a connection may be served at a time.
 class caller_standing {
 public:
     virtual ~caller_standing() = default;

@@ -244,6 +244,34 @@ TEST_F(GetMediaInfo, TheRobotStandsStillForAllOfTheTimeOut) {
     EXPECT_TRUE(is_free("\\\\.\\Changer0"));
 }
 
+/// The fakes' devices, with an eye on each close.
+class watched_devices final : public platform::devices {
+public:
+    watched_devices(platform::devices& inner, std::function<void()> look) : inner_(inner), look_(std::move(look)) {}
+
+    platform::device_handle open_device(const std::string& link_name) override { return inner_.open_device(link_name); }
+    bool close_device(platform::device_handle device) override {
+        look_();
+        return inner_.close_device(device);
+    }
+    bool control(platform::device_handle device, std::uint32_t code, std::span<const std::uint8_t> input,
+                 std::span<std::uint8_t> output, std::uint32_t& returned) override {
+        return inner_.control(device, code, input, output, returned);
+    }
+    bool pass_through_direct(platform::device_handle device, std::span<std::uint8_t> block, std::span<std::uint8_t> data,
+                             std::uint32_t& returned) override {
+        return inner_.pass_through_direct(device, block, data, returned);
+    }
+    bool query_dos_device(const std::string& name, std::string& target) override { return inner_.query_dos_device(name, target); }
+    bool define_dos_device(std::uint32_t flags, const std::string& name, const std::string& target) override {
+        return inner_.define_dos_device(flags, name, target);
+    }
+
+private:
+    platform::devices& inner_;
+    std::function<void()> look_;
+};
+
 TEST_F(GetMediaInfo, TheRobotMayMoveAgainOnlyWhenTheDriveIsClosed) {
     std::size_t asked = 0;
     fault_ = [&](const device_request& request) {
@@ -252,8 +280,17 @@ TEST_F(GetMediaInfo, TheRobotMayMoveAgainOnlyWhenTheDriveIsClosed) {
         EXPECT_FALSE(is_free("\\\\.\\Changer0"));
         return 0u;
     };
+    std::size_t closed = 0;
+    watched_devices devices(system_.devices, [&] {
+        ++closed;
+        EXPECT_FALSE(is_free("\\\\.\\Changer0"));
+    });
+    platform::system_set set = platform::system();
+    set.devices = &devices;
+    const platform::scoped_system scope(set);
     static_cast<void>(media_info("<ChangerToLockName value=\"\\\\.\\Changer0\" />"));
     EXPECT_EQ(asked, 2u);
+    EXPECT_EQ(closed, 1u);
     EXPECT_TRUE(is_free("\\\\.\\Changer0"));
 }
 

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include <boost/make_shared.hpp>
+#include <boost/weak_ptr.hpp>
 
 #include "foundation/exc/exceptions.h"
 #include "platform/testing/fakes.h"
@@ -120,6 +121,22 @@ TEST_F(SvcContext, TheShutdownClearsNothing) {
     ShutdownServiceContext();
     EXPECT_EQ(system_.log.lines(), (std::vector<std::string>{"tap| Shutting down service context.", "tap| Context was cleared."}));
     EXPECT_TRUE(context_.FindTask(7));
+}
+
+TEST(ServiceContextSlot, AnEmptiedSlotKeepsNothingAlive) {
+    ctx::service_context_slot slot;
+    boost::shared_ptr<ctx::CSvcContext> context = boost::make_shared<ctx::CSvcContext>();
+    const boost::weak_ptr<ctx::CSvcContext> watched = context;
+    slot.set(context);
+    boost::shared_ptr<ctx::CSvcContext> held = slot.get();
+    EXPECT_EQ(held, context);
+    std::thread([&] { EXPECT_EQ(slot.get(), context); }).join();
+    context.reset();
+    slot.reset();
+    EXPECT_FALSE(slot.get());
+    EXPECT_FALSE(watched.expired()) << "a call in progress holds it";
+    held.reset();
+    EXPECT_TRUE(watched.expired());
 }
 
 }  // namespace

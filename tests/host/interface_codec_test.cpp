@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <boost/make_shared.hpp>
+
+#include "foundation/logging/log_writer.h"
 #include "host/invoker_interface.h"
 #include "support/service_fixture.h"
 #include "support/stub_builder.h"
@@ -119,6 +122,11 @@ TEST(RequestReader, ABlocksSizeHasToAgree) {
     }
 }
 
+class no_check : public logging::size_check_t {
+public:
+    void check(logging::receiver::log_file_t& /*receiver*/) override {}
+};
+
 /// The interface as the runtime calls it.
 class InvokerInterfaceCalls : public test_support::ServiceFixture {
 protected:
@@ -154,6 +162,38 @@ TEST_F(InvokerInterfaceCalls, TheInterfaceIsWhatClientsAskFor) {
     EXPECT_EQ(offered.major_version, 1);
     EXPECT_EQ(offered.minor_version, 0);
     EXPECT_EQ(offered.operations, 3);
+}
+
+TEST_F(InvokerInterfaceCalls, OnlyWhatLooksAtNothingButMemoryCannotWait) {
+    const auto may_wait = [](std::uint16_t operation, const stub_builder& built, bool little_endian = true) {
+        const aligned_stub stub(built.bytes());
+        return InvokerInterface().may_wait({operation, stub.bytes(), little_endian});
+    };
+    for (const char16_t* name : {u"IInvokeDispatcher.IsSerialInvokerEnabled", u"EnumLocks", u"GetOwnerName"}) {
+        EXPECT_FALSE(may_wait(0, stub_builder().string(name).string(u"<InputArguments />")));
+        EXPECT_FALSE(may_wait(0, stub_builder(false).string(name).string(u"<InputArguments />"), false));
+    }
+    for (const char16_t* name :
+         {u"SetOwnerName", u"GetChangers", u"WaitForResult", u"TestCompatible", u"Unknown", u"", u"enumlocks"}) {
+        EXPECT_TRUE(may_wait(0, stub_builder().string(name).string(u"<InputArguments />")));
+    }
+    EXPECT_FALSE(may_wait(0, stub_builder())) << "bad stub data is refused at once";
+    EXPECT_FALSE(may_wait(1, stub_builder()));
+    EXPECT_FALSE(may_wait(2, stub_builder().string(u"hello")));
+}
+
+TEST_F(InvokerInterfaceCalls, ACallThatMayHaveToPackTheLogMayWait) {
+    stub_builder request;
+    request.string(u"EnumLocks").string(u"<InputArguments />");
+    const aligned_stub stub(request.bytes());
+    const platform::rpc_request asked{0, stub.bytes(), true};
+    g_rpcLog.log().set_check_size(boost::make_shared<no_check>());
+    EXPECT_FALSE(InvokerInterface().may_wait(asked));
+    while (!g_rpcLog.log().may_take_long()) {
+        g_rpcLog.LogMessage("x");
+    }
+    EXPECT_TRUE(InvokerInterface().may_wait(asked));
+    g_rpcLog.log().set_check_size({});
 }
 
 TEST_F(InvokerInterfaceCalls, DoRpcAnswersByteForByte) {

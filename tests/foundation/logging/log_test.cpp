@@ -326,4 +326,45 @@ TEST_F(Log, WarningsOfExceptionsHaveNoThread) {
                                                stamp + "WARN|Exception message is not available.\r\n"));
 }
 
+TEST_F(Log, SaysWhetherAnEntryWouldBeDropped) {
+    EXPECT_TRUE(log_->takes_entries());
+    log_->set_muted(true);
+    EXPECT_FALSE(log_->takes_entries());
+    log_->set_muted(false);
+    log_->set_receiver({});
+    EXPECT_FALSE(log_->takes_entries());
+    tap_.LogInfo("Nobody takes '%1'.", "this");
+    log_->set_receiver(receiver_);
+    EXPECT_TRUE(log_->takes_entries());
+    EXPECT_TRUE(receiver_->writes.empty());
+}
+
+TEST_F(Log, WarnsThatALookAtTheSizeIsNear) {
+    class asking_check : public logging::size_check_t {
+    public:
+        explicit asking_check(logging::log_t& log) : log_(log) {}
+        void check(logging::receiver::log_file_t&) override { during = log_.may_take_long(); }
+        bool during = false;
+
+    private:
+        logging::log_t& log_;
+    };
+    const auto check = boost::make_shared<asking_check>(*log_);
+    log_->set_check_size(check);
+    EXPECT_FALSE(log_->may_take_long());
+    for (int i = 0; i < 935; ++i) {
+        tap_.LogInfo("x");
+    }
+    EXPECT_FALSE(log_->may_take_long());
+    tap_.LogInfo("x");
+    EXPECT_TRUE(log_->may_take_long());
+    for (int i = 936; i < 1000; ++i) {
+        tap_.LogInfo("x");
+    }
+    EXPECT_TRUE(check->during);
+    EXPECT_FALSE(log_->may_take_long());
+    log_->set_receiver({});
+    EXPECT_FALSE(log_->may_take_long());
+}
+
 }  // namespace

@@ -43,6 +43,15 @@ TEST_F(Conversion, OfNothingAsksNoPlatform) {
     EXPECT_EQ(text::ansi_to_utf8(""), "");
 }
 
+TEST_F(Conversion, EndsAtTheFirstTerminatorOfALongText) {
+    for (const std::size_t at : {0, 1, 63, 64, 65, 127, 128, 500, 999}) {
+        std::u16string text(1000, u'a');
+        text[at] = u'\0';
+        text[999] = u'\0';
+        EXPECT_EQ(text::wide_to_utf8(text), std::string(at, 'a'));
+    }
+}
+
 TEST_F(Conversion, EndsAtTheFirstTerminator) {
     EXPECT_EQ(text::wide_to_utf8(std::u16string_view(u"ab\0c", 4)), "ab");
     EXPECT_EQ(text::utf8_to_wide(std::string_view("ab\0\xFF", 4)), u"ab");

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -315,6 +316,60 @@ TEST_F(LiveAccounts, AMissingOrBrokenFileIsReportedOnceForEachStateOfIt) {
     write_file(path, two_accounts);
     EXPECT_TRUE(knows(u"anna"));
     EXPECT_EQ(2U, reports.size());
+}
+
+TEST_F(LiveAccounts, TheGenerationChangesWithTheFileAndWithNothingElse) {
+    write_file(path, two_accounts);
+    const std::uint64_t first = accounts.generation();
+    EXPECT_TRUE(knows(u"anna"));
+    EXPECT_EQ(accounts.generation(), first);
+    const accounts_file editor(path);
+    editor.edit([](account_table& table) { table.put(make_account("Anna")); });
+    const std::uint64_t second = accounts.generation();
+    EXPECT_NE(second, first);
+    EXPECT_FALSE(accounts.find(u"anna")->administrator);
+    write_file(folder / "neighbour", "x");
+    EXPECT_EQ(accounts.generation(), second);
+    std::filesystem::remove(path);
+    EXPECT_NE(accounts.generation(), second);
+}
+
+TEST_F(LiveAccounts, AChangeIsSeenByEveryThreadThatAsksAfterIt) {
+    write_file(path, two_accounts);
+    const accounts_file editor(path);
+    constexpr int changes = 50;
+    constexpr int askers = 4;
+    std::atomic<int> made{0};
+    std::atomic<bool> ended{false};
+    std::atomic<int> stale{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < askers; ++i) {
+        threads.emplace_back([&] {
+            std::uint64_t generation = 0;
+            bool administrator = false;
+            while (!ended) {
+                const int before = made;
+                if (const std::uint64_t now = accounts.generation(); now != generation) {
+                    administrator = accounts.find(u"anna")->administrator;
+                    generation = now;
+                }
+                // Only an answer that no change overtook is held against the file. Every second change makes an administrator.
+                const bool settled = before > 0 && before % 2 == 0 && made == before;
+                stale += settled && administrator != ((before / 2) % 2 == 0) ? 1 : 0;
+            }
+        });
+    }
+    for (int i = 1; i <= changes; ++i) {
+        ++made;  // odd: a change is being made
+        editor.edit([i](account_table& table) { table.put(make_account("Anna", i % 2 == 0)); });
+        ++made;
+        std::this_thread::yield();
+    }
+    ended = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(stale, 0);
 }
 
 }  // namespace

@@ -297,4 +297,23 @@ TEST(UserDatabase, KnowsNoUserOrGroupThatIsNotThere) {
     EXPECT_EQ(std::nullopt, users.group_number("no-such-group-here"));
 }
 
+/// An account whose rights change while its connection lasts.
+class changing_standing : public caller_standing {
+public:
+    [[nodiscard]] bool administrator() override { return now; }
+    bool now = true;
+};
+
+TEST_F(LinuxAccounts, AFlagThatChangedBetweenTwoCallsCounts) {
+    const auto standing = std::make_shared<changing_standing>();
+    client_identity identity = remote("SERVER\\carol");
+    identity.administrator = true;  // as it was when she logged on
+    identity.standing = standing;
+    EXPECT_TRUE(administers(identity));
+    standing->now = false;
+    EXPECT_FALSE(administers(identity));
+    standing->now = true;
+    EXPECT_TRUE(administers(identity));
+}
+
 }  // namespace

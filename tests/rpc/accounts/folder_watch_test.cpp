@@ -1,0 +1,74 @@
+#include "platform/linux/rpc/folder_watch.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+#include "rpc/accounts/temporary_folder.h"
+
+namespace {
+
+using platform::linux_rpc::folder_watch;
+namespace fs = std::filesystem;
+
+class FolderWatch : public testing::Test {
+protected:
+    FolderWatch() { write("one"); }
+    void write(const std::string& text, const std::string& name = "accounts") const { std::ofstream(folder / name) << text; }
+    bool changed_by(const std::function<void()>& change) {
+        watch.settle();
+        const bool before = watch.may_have_changed();
+        change();
+        return !before && watch.may_have_changed();
+    }
+
+    accounts_testing::temporary_folder folder;
+    folder_watch watch{folder / "accounts"};
+};
+
+TEST_F(FolderWatch, KnowsNothingBeforeItIsSettled) {
+    EXPECT_TRUE(watch.may_have_changed());
+}
+
+TEST_F(FolderWatch, SeesEveryWayToChangeTheFileAtOnce) {
+    const std::string path = folder / "accounts";
+    EXPECT_TRUE(changed_by([&] { write("two"); }));
+    EXPECT_TRUE(changed_by([&] { fs::permissions(path, fs::perms{0640}); }));
+    EXPECT_TRUE(changed_by([&] {
+        write("three", "fresh");
+        fs::rename(folder / "fresh", path);
+    }));
+    EXPECT_TRUE(changed_by([&] { fs::remove(path); }));
+    EXPECT_TRUE(changed_by([&] { write("four"); }));
+}
+
+TEST_F(FolderWatch, TrustsNoLink) {
+    write("far", "elsewhere");
+    fs::remove(folder / "accounts");
+    fs::create_symlink(folder / "elsewhere", folder / "accounts");
+    watch.settle();
+    EXPECT_TRUE(watch.may_have_changed());
+}
+
+TEST_F(FolderWatch, FollowsTheNameWhenItsFolderIsReplaced) {
+    const fs::path home = folder / "home";
+    const auto make_home = [&] {
+        fs::create_directory(home);
+        std::ofstream(home / "accounts") << "x";
+    };
+    make_home();
+    folder_watch inner(home / "accounts");
+    inner.settle();
+    ASSERT_FALSE(inner.may_have_changed());
+    fs::rename(home, folder / "away");
+    EXPECT_TRUE(inner.may_have_changed());
+    make_home();
+    inner.settle();
+    EXPECT_FALSE(inner.may_have_changed());
+    std::ofstream(home / "accounts") << "y";
+    EXPECT_TRUE(inner.may_have_changed());
+}
+
+}  // namespace

@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Builds the benchmarks, optimised, and runs one: each prints lines "NAME VALUE" on standard output.
-#   scripts/bench.sh inventory
+#   scripts/bench.sh inventory | drives
 set -euo pipefail
 cd "$(dirname "$0")/.."
 name=${1:-}
 case "$name" in
     inventory) targets=(bench_inventory TarnoTapeSvc tarnoctl) ;;
-    *) echo "usage: $0 inventory" >&2; exit 2 ;;
+    drives) targets=(bench_drives TarnoTapeSvc) ;;
+    *) echo "usage: $0 inventory | drives" >&2; exit 2 ;;
 esac
 scripts/install.sh run >&2
 mkdir -p build

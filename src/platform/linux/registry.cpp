@@ -237,11 +237,17 @@ std::uint32_t linux_registry::enumerate_subkey(registry_key key, std::uint32_t i
     if (const std::uint32_t refused = find_handle(key, right_enumerate, handle)) {
         return refused;
     }
-    const std::vector<std::u16string> names = subkeys_of(handle);
-    if (index >= names.size()) {
+    std::shared_ptr<const std::vector<std::u16string>> names = handle.device_names;
+    if (!names) {
+        names = std::make_shared<const std::vector<std::u16string>>(subkeys_of(handle));
+        if (handle.devices) {
+            handles_[key].device_names = names;
+        }
+    }
+    if (index >= names->size()) {
         return error::no_more_items;
     }
-    name = names[index];
+    name = (*names)[index];
     return error::success;
 }
 

@@ -63,6 +63,8 @@ private:
         path_type path;
         std::uint32_t access = 0;
         device_look devices;  ///< null for keys outside the device map
+        /// The subkeys within `devices`, once they were asked for: a key of the map stays as it was when it was opened.
+        std::shared_ptr<const std::vector<std::u16string>> device_names{};
     };
 
     [[nodiscard]] device_look look_at_devices(const path_type& path);

@@ -1,0 +1,41 @@
+#include "server/measure.h"
+
+#include <malloc.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace bench {
+
+void fail(const std::string& reason) {
+    throw std::runtime_error(reason);
+}
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    const std::size_t middle = values.size() / 2;
+    return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+double seconds_of(clockid_t clock) {
+    timespec time{};
+    if (clock_gettime(clock, &time) != 0) {
+        fail("The clock of the process can't be read.");
+    }
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+std::size_t occurrences(const std::string& text, std::string_view part) {
+    std::size_t found = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) {
+        ++found;
+    }
+    return found;
+}
+
+void keep_freed_memory() {
+    mallopt(M_MMAP_THRESHOLD, 32 * 1024 * 1024);
+    mallopt(M_TRIM_THRESHOLD, 512 * 1024 * 1024);
+}
+
+}  // namespace bench

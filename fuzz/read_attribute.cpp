@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "drive/read_attribute.h"
+#include "platform/device_stack/tape_capacity.h"
 
 /// An attribute list as a cartridge's memory may send it: a value found lies within the bytes given, and bytes behind those don't
 /// change it.
@@ -33,6 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
     }
     static_cast<void>(DecodeWormMedium(received));
+    static_cast<void>(platform::device_stack::decode_capacity_attributes(received));
     const TapeUsageStatistic usage = DecodeUsageStatistic(received);
     constexpr std::uint64_t limit = std::uint64_t{0x10000000} << 32;
     if (usage.valid && (usage.lifetime_megabytes_written >= limit || usage.lifetime_megabytes_read >= limit)) {

@@ -1,4 +1,5 @@
-// TapeAlert pages as a device may send them, and the emulator's file: any bytes give a list, and every alert can be shown.
+// Log pages as a device may send them, and the emulator's file: any bytes give a list of alerts, and each can be shown; nobody is
+// told that more is left on a tape than there is in all.
 
 #include <cstddef>
 #include <cstdint>
@@ -9,6 +10,7 @@
 #include "changer/tape_variables.h"
 #include "drive/tape_alerts.h"
 #include "foundation/winxml/xml.h"
+#include "platform/device_stack/tape_capacity.h"
 #include "platform/testing/fakes.h"
 
 namespace {
@@ -37,6 +39,15 @@ void check_page(std::span<const std::uint8_t> page, bool is_changer) {
     }
 }
 
+/// The pages that tell a capacity. One of them tells both numbers by themselves, the others what is used.
+void check_capacity(std::span<const std::uint8_t> page) {
+    constexpr std::uint8_t both_numbers_page = 0x31;
+    const platform::device_stack::tape_capacity capacity = platform::device_stack::decode_capacity_page(page);
+    if (capacity.remaining && (page[0] & 0x3F) != both_numbers_page) {
+        require(capacity.maximum && *capacity.remaining <= *capacity.maximum);
+    }
+}
+
 /// The document holds each alert once, and is well-formed.
 void check_document(bool is_changer) {
     const winxml::document_t document = winxml::parse_xml(text::utf8_to_wide(WriteAlertsXml("\\\\.\\Tape0", is_changer)));
@@ -60,6 +71,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         system.files.put("C:\\Program Files\\Tarno\\TapeAlerts.xml", file);
     } else {
         check_page(bytes, is_changer);
+        check_capacity(bytes);
         system.devices.add_device("\\\\.\\Tape0");
         system.devices.on_control([bytes](const platform::testing::device_request& request) {
             return platform::testing::answer_scsi(request, 0, {}, bytes);

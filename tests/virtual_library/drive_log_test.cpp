@@ -275,6 +275,31 @@ TEST_F(drive_log_test, tells_the_volumes_statistics) {
     EXPECT_EQ(util::to_text(util::slice(without, 61, 32)), std::string(32, ' '));
 }
 
+/// The largest cartridge that a library file can ask for has more MB than four bytes can tell.
+TEST_F(drive_log_test, does_not_wrap_a_capacity_that_is_too_large) {
+    personality value = loaded_drive();
+    value.cartridges[0].capacity = 0xFFFFFFFF;
+    start(value);
+    const byte_vector too_much{0xFF, 0xFF, 0xFF, 0xFF};
+    const byte_vector used{0, 0x5B, 0x8D, 0x80};
+    EXPECT_EQ(page(0x17, cumulative, 0x16), joined({{0x17, 0, 0, 98},
+                                                    {0x00, 0x16, 3, 4},
+                                                    too_much,
+                                                    {0x00, 0x17, 3, 4},
+                                                    used,
+                                                    {0x00, 0x42, 1, 32},
+                                                    barcode,
+                                                    {0x00, 0x80, 3, 1, 0},
+                                                    {0x00, 0x81, 3, 1, 0},
+                                                    {0x02, 0x02, 3, 8, 7, 0, 0, 0},
+                                                    too_much,
+                                                    {0x02, 0x03, 3, 8, 7, 0, 0, 0},
+                                                    used,
+                                                    {0x02, 0x04, 3, 8, 7, 0, 0, 0},
+                                                    too_much}));
+    EXPECT_EQ(page(0x0C, cumulative, 5).at(8), 0xFF);
+}
+
 TEST_F(drive_log_test, tells_what_a_tape_is) {
     personality value = loaded_drive();
     value.cartridges[0].write_protected = true;

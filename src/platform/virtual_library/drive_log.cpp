@@ -27,9 +27,13 @@ constexpr std::uint8_t alert_clean_periodic = 21;
 constexpr std::uint8_t activity_none = 0x00;
 constexpr std::uint8_t activity_loading = 0x02;
 
+/// A number that doesn't fit becomes the greatest that does, which in a capacity means "unknown".
 log_parameter counter(std::uint16_t code, std::size_t size, std::uint64_t value,
                       log_format format = log_format::unbounded_counter) {
     log_parameter one{code, format, byte_vector(size)};
+    if (size < sizeof(value)) {
+        value = std::min(value, (std::uint64_t{1} << (8 * size)) - 1);
+    }
     for (std::size_t at = size; at > 0; --at, value >>= 8) {
         one.value[at - 1] = static_cast<std::uint8_t>(value & 0xFF);
     }
@@ -50,7 +54,7 @@ log_parameter text(std::uint16_t code, const std::string& value, std::size_t wid
 log_parameter of_partition(std::uint16_t code, std::uint64_t value) {
     log_parameter one{code, log_format::binary_list, byte_vector(8)};
     one.value[0] = 7;
-    util::store_be32(one.value, 4, static_cast<std::uint32_t>(value));
+    util::store_be32(one.value, 4, static_cast<std::uint32_t>(std::min(value, unknown)));
     return one;
 }
 

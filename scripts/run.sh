@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is needed, builds the server and shows it at work: a virtual library of 24 slots, 2 ports, 2 drives and 20
-# cartridges; a console on a foreign RPC library finds the changer, shows what is in it, loads a cartridge and takes it out.
-# Then the server goes on serving until Ctrl-C.
+# cartridges; a console on a foreign RPC library finds the changer, shows what is in it, loads a cartridge and takes it out; tarnoctl
+# looks at a drive and erases a tape. Then the server goes on serving until Ctrl-C.
 #   scripts/run.sh --once   stop the server when all has been shown (also when there is no terminal)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -62,6 +62,18 @@ done
 say "A console on the RPC library impacket, over TCP with NTLM"
 /usr/bin/python3 examples/move_a_cartridge.py --port "$port" --user operator --password-file "$demo/password" --owner EXAMPLE-CONSOLE
 
+say "A drive, by tarnoctl over the local socket"
+as_console() {
+    printf '   $ tarnoctl %s\n' "$*"
+    "$programs/tarnoctl" --socket "$demo/rpc.sock" --owner EXAMPLE-CONSOLE "$@" | sed 's/^/   /'
+}
+as_console drives
+as_console load 0 0
+as_console media Tape0 --changer Changer0
+as_console erase Tape0 --yes
+as_console alerts Tape0
+as_console unload 0
+
 say "The log's lines of the load"
 sed -n '/\[SoapEnter\] LoadMedium/,/\[SoapExit\] LoadMedium/p' "$demo/Svc.TarnoTape.log" | tr -d '\r' | head -n 60
 
@@ -82,6 +94,8 @@ cat <<TEXT
    tarnoctl load 3 0
    tarnoctl move slot:4 port:0
    tarnoctl unload 0
+   tarnoctl drives
+   tarnoctl drive-info Tape0
    tarnoctl call GetOwnerName
    tail -f $demo/Svc.TarnoTape.log
    Ctrl-C ends the server.

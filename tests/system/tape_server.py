@@ -35,14 +35,18 @@ def quoted(text):
     return '"' + str(text).replace("\\", "\\\\").replace('"', '\\"') + '"'
 
 
+def setting_lines(values):
+    return [f'"{name}"=dword:{value:08x}' if isinstance(value, int) else f'"{name}"={quoted(value)}' for name, value in values.items()]
+
+
 class TapeServer:
     """One server process in a folder of its own.
 
     libraries: folders of virtual libraries to copy in. iscsi: the text of that setting. values: more values of the tape key, int
-    or str.
+    or str. access: more values of its subkey Access.
     """
 
-    def __init__(self, libraries=("examples/library-24",), iscsi="", values=None, start=True):
+    def __init__(self, libraries=("examples/library-24",), iscsi="", values=None, start=True, access=None):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="tape-server-"))
         self.port = free_port()
         self.log_path = self.folder / "Svc.TarnoTape.log"
@@ -54,18 +58,18 @@ class TapeServer:
             target = self.folder / f"library{index}"
             shutil.copytree(ROOT / library, target, ignore=shutil.ignore_patterns("state*"))
             self.libraries.append(target)
-        self.write_settings(values or {}, iscsi)
+        self.write_settings(values or {}, iscsi, access or {})
         self.add_account("operator", administrator=True)
         if start:
             self.start()
 
-    def write_settings(self, values, iscsi):
+    def write_settings(self, values, iscsi, access=None):
         lines = ["Windows Registry Editor Version 5.00", "", f"[{TAPE_KEY}]"]
-        lines += [f'"{name}"=dword:{value:08x}' if isinstance(value, int) else f'"{name}"={quoted(value)}' for name, value in values.items()]
+        lines += setting_lines(values)
         lines += ["", f"[{TAPE_KEY}\\Devices]", '"ScsiGeneric"=dword:00000000',
                   f'"VirtualLibrary"={quoted(";".join(str(path) for path in self.libraries))}', f'"Iscsi"={quoted(iscsi)}']
         lines += ["", f"[{TAPE_KEY}\\Access]", '"ListenAddress"="127.0.0.1"', f'"LocalSocket"={quoted(self.socket_path)}',
-                  f'"Accounts"={quoted(self.folder / "accounts")}', ""]
+                  f'"Accounts"={quoted(self.folder / "accounts")}', *setting_lines(access or {}), ""]
         settings = self.folder / "settings.reg"
         settings.write_text("\n".join(lines), encoding="utf-8")
         settings.chmod(0o600)

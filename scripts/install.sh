@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what building, running and testing need, by Debian package name. Asks for nothing and does nothing when all is there.
 #   scripts/install.sh run    what the server and the console need
+#   scripts/install.sh bench  that, and what the benchmarks compare with
 #   scripts/install.sh test   that, and what the tests and checks need
 set -euo pipefail
 
@@ -16,10 +17,13 @@ test_packages=(
     krb5-kdc krb5-admin-server krb5-user python3-samba
 )
 
+bench_packages=(libspdlog-dev)
+
 case "${1:-test}" in
     run) wanted=("${build_packages[@]}") ;;
+    bench) wanted=("${build_packages[@]}" "${bench_packages[@]}") ;;
     test) wanted=("${build_packages[@]}" "${test_packages[@]}") ;;
-    *) echo "usage: $0 [run|test]" >&2; exit 2 ;;
+    *) echo "usage: $0 [run|test|bench]" >&2; exit 2 ;;
 esac
 
 missing=()

@@ -1,7 +1,7 @@
 #include "foundation/logging/log_rotation.h"
 
-#include <algorithm>
 #include <boost/make_shared.hpp>
+#include <optional>
 
 #include "foundation/exc/exceptions.h"
 #include "foundation/util/product_options.h"
@@ -164,11 +164,10 @@ void check_log_size(receiver::log_file_t& receiver, const log_limits_t& limits) 
     }
 }
 
+log_rotation_t::log_rotation_t() : limits_(read_log_limits()) {}
+
 void log_rotation_t::check(receiver::log_file_t& receiver) {
-    if (!limits_) {
-        limits_ = read_log_limits();
-    }
-    check_log_size(receiver, *limits_);
+    check_log_size(receiver, limits_);
 }
 
 }  // namespace logging

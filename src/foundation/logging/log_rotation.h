@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -56,13 +55,15 @@ void age_file(const text::wide_string& path, std::u16string_view extension, std:
 /// whole stay, and the log is cut only when all of it is in a whole archive. Throws when something fails.
 void check_log_size(receiver::log_file_t& receiver, const log_limits_t& limits);
 
-/// The process's rotation: reads the limits at its first look.
+/// The process's rotation. Reads the limits once, when it is made: a look comes with the log's mutex held, and the registry logs
+/// under its own.
 class log_rotation_t final : public size_check_t {
 public:
+    log_rotation_t();
     void check(receiver::log_file_t& receiver) override;
 
 private:
-    std::optional<log_limits_t> limits_;
+    const log_limits_t limits_;
 };
 
 }  // namespace logging

@@ -13,6 +13,14 @@ timespec monotonic_now() {
     return now;
 }
 
+local_time calendar_time(std::time_t moment) {
+    std::tm parts{};
+    if (moment == static_cast<std::time_t>(-1) || localtime_r(&moment, &parts) == nullptr) {
+        return {};
+    }
+    return {true, parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec};
+}
+
 }  // namespace
 
 linux_clock::linux_clock() {
@@ -30,11 +38,14 @@ std::int64_t linux_clock::milliseconds() {
 
 local_time linux_clock::now_local() {
     const std::time_t now = std::time(nullptr);
-    std::tm parts{};
-    if (now == static_cast<std::time_t>(-1) || localtime_r(&now, &parts) == nullptr) {
-        return {};
+    // The log asks for each of its lines; the C library's calendar, which takes a lock, is asked once a second and thread.
+    thread_local std::time_t known_moment = -1;
+    thread_local local_time known;
+    if (now != known_moment || !known.valid) {
+        known = calendar_time(now);
+        known_moment = now;
     }
-    return {true, parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec};
+    return known;
 }
 
 void linux_clock::sleep(std::int64_t milliseconds) {

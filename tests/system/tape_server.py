@@ -79,15 +79,16 @@ class TapeServer:
         subprocess.run([*command, *(["--administrator"] if administrator else []), name], input=password + "\n", text=True, check=True,
                        stdout=subprocess.DEVNULL)
 
-    def launch(self, port_switch=None):
-        """Starts the process. `port_switch`: another number behind -port than the one that the server is to listen on."""
-        command = [PROGRAMS / "TarnoTapeSvc", "-debug", "-settings", self.folder / "settings.reg", "-state", self.state, "-log", self.log_path,
+    def launch(self, port_switch=None, namespace=()):
+        """Starts the process. `port_switch`: another number behind -port than the one that the server is to listen on. `namespace`:
+        words in front of the command that change what it sees of the machine and become it then."""
+        command = [*namespace, PROGRAMS / "TarnoTapeSvc", "-debug", "-settings", self.folder / "settings.reg", "-state", self.state, "-log", self.log_path,
                    "-port", str(port_switch or self.port)]
         with open(self.folder / "stderr", "ab") as errors:
             self.process = subprocess.Popen(command, cwd=self.folder, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=errors)
 
-    def start(self, port_switch=None):
-        self.launch(port_switch)
+    def start(self, port_switch=None, namespace=()):
+        self.launch(port_switch, namespace)
         self.wait_until_it_listens()
 
     def wait_until_it_listens(self):

@@ -122,6 +122,81 @@ class Transport(unittest.TestCase):
             client.dce.recv()
         self.assertTrue(client.do_rpc(FRAME_NAME, EMPTY)[0])
 
+    def test_texts_that_lie_are_bad_stub_data_at_each_level(self):
+        text = (FRAME_NAME + "\0").encode("utf-16le")
+        text += bytes(-len(text) % 4)
+        units = len(FRAME_NAME) + 1
+        given = (EMPTY + "\0").encode("utf-16le")
+        count = len(EMPTY) + 1
+        right = struct.pack("<III", count, 0, count) + given
+
+        def stub(maximum, offset, actual, body=text):
+            return struct.pack("<III", maximum, offset, actual) + body + right
+
+        unterminated = (FRAME_NAME + "x").encode("utf-16le")
+        lies = {"maximum below the count": stub(units - 1, 0, units), "offset": stub(units, 1, units), "empty": stub(0, 0, 0, b""),
+                "longer than all": stub(0xFFFFFFFF, 0, 0xFFFFFFFF), "two to the 31": stub(1 << 31, 0, 1 << 31),
+                "longer than itself": stub(units + 7, 0, units + 7), "no terminator": stub(units, 0, units, unterminated + b"\0\0"),
+                "one text only": stub(units, 0, units)[:-len(right)], "cut": stub(units, 0, units)[:-3], "nothing": b"", "odd": b"\1\0\0"}
+        for level in ("connect", "integrity", "privacy"):
+            client = self.connect(level=level)
+            for name, data in lies.items():
+                with self.subTest(f"{level}: {name}"):
+                    client.dce.call(0, data)
+                    with self.assertRaisesRegex(Exception, "0x6f7|bad_stub_data|RPC_X_BAD_STUB_DATA"):
+                        client.dce.recv()
+            client.dce.call(0, stub(units, 0, units))
+            self.assertEqual(DoRpcResponse(client.dce.recv())["ret"]["success"], 1)
+
+    def test_texts_end_at_their_first_terminator(self):
+        client = self.connect()
+        self.assertEqual(client.do_rpc(FRAME_NAME + "\0Other", EMPTY + "\0</a>"), (True, ENABLED, ""))
+        success, output, error = client.do_rpc("\ud800Name\udc00", EMPTY)
+        self.assertEqual((success, output), (False, ""))
+        self.assertTrue(error)
+        self.still_serves()
+
+    def test_headers_that_were_changed_on_the_way_are_noticed(self):
+        wrong = VERIFICATION_TRAILER[:8] + struct.pack("<HHBxxxBxxxIHH", 0x4000 | 3, 16, 0, 0x10, 0xDEAD, 0, 0)
+        request = DoRpc()
+        request["procedure"] = FRAME_NAME + "\0"
+        request["input"] = EMPTY + "\0"
+        stub = request.getData()
+        client = self.connect()
+        client.dce.call(0, stub + bytes(-len(stub) % 4) + wrong)
+        with self.assertRaisesRegex(Exception, "access_denied"):
+            client.dce.recv()
+        self.still_serves()
+
+    def test_limits_are_those_of_the_settings(self):
+        self.server.stop()
+        self.server.write_settings({}, "", {"MaxConnectionsPerAddress": 8, "MaxRequestBytesBeforeAuthentication": 100, "BindTimeoutSec": 1,
+                                            "MaxRequestBytes": 100_000, "MaxCalls": 1})
+        self.server.start()
+        stranger = TapeClient("127.0.0.1", self.server.port)
+        self.addCleanup(stranger.close)
+        stranger.dce.call(0, bytes(101))
+        with self.assertRaisesRegex(Exception, "access_denied"):
+            stranger.dce.recv()
+        client = self.connect()
+        self.assertTrue(client.do_rpc(FRAME_NAME, EMPTY)[0])
+        client.dce.call(0, bytes(100_001))
+        with self.assertRaisesRegex(Exception, "access_denied"):
+            client.dce.recv()
+        for closed in (stranger, client):
+            closed.close()
+        half = [socket.create_connection(("127.0.0.1", self.server.port), 20) for _ in range(9)]
+        for plug in half:
+            self.addCleanup(plug.close)
+            self.assertEqual(plug.recv(1), b"", "closed at once, or after a second without a bind")
+        self.slow_robot(3000)
+        mover, outcome = self.start_slow_move(self.connect())
+        with self.assertRaisesRegex(Exception, "0x1c010014|server_too_busy"):
+            self.connect().call("GetChangers")
+        mover.join(30)
+        self.assertNotIsInstance(outcome[0], Exception)
+        self.assertIn("A connection of RPC client 127.0.0.1 was refused: there are too many.", self.server.log())
+
     def test_requests_in_small_pieces(self):
         for level in ("connect", "integrity", "privacy"):
             with self.subTest(level):

@@ -103,8 +103,8 @@ TEST(LinuxSettings, EveryLimitIsRead) {
     platform::testing::memory_registry registry;
     std::uint32_t value = 5000;
     for (const char* const name :
-         {"MaxConnections", "MaxConnectionsPerAddress", "MaxRequestBytes", "MaxRequestBytesBeforeAuthentication", "MaxIncompleteBytes",
-          "BindTimeoutSec", "FragmentTimeoutSec", "IdleTimeoutSec", "AnswerTimeoutSec"}) {
+         {"MaxConnections", "MaxConnectionsPerAddress", "MaxRequestBytes", "MaxRequestBytesBeforeAuthentication",
+          "MaxIncompleteBytes", "BindTimeoutSec", "FragmentTimeoutSec", "IdleTimeoutSec", "AnswerTimeoutSec"}) {
         registry.set_dword(access_path, name, ++value);
     }
     registry.set_dword(access_path, "MaxCalls", 7);

@@ -92,12 +92,15 @@ void check(std::span<const std::uint8_t> answer) {
     }
 }
 
-void check(const outgoing& answer) {
-    std::vector<std::uint8_t> flat;
-    for (const auto& piece : answer.pieces) {
-        flat.insert(flat.end(), piece.begin(), piece.end());
-    }
-    check(flat);
+/// The answers of a client that may multiplex are signed in parts.
+void check(outgoing answer) {
+    do {
+        std::vector<std::uint8_t> flat;
+        for (const auto& piece : answer.pieces) {
+            flat.insert(flat.end(), piece.begin(), piece.end());
+        }
+        check(flat);
+    } while (answer.sign_more(2));
 }
 
 }  // namespace

@@ -13,8 +13,8 @@
 
 namespace test_support {
 
-/// A server over virtual libraries in memory, with the real device stack, changer and drive code between. The libraries' first slots
-/// hold cartridges "TRN001L8" and on.
+/// A server over virtual libraries in memory, with the real device stack, changer and drive code between. The libraries' first
+/// slots hold cartridges "TRN001L8" and on.
 class LibraryFixture : public ServiceFixture {
 protected:
     using library_options = platform::tape_library::library_options;

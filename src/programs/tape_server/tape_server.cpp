@@ -24,6 +24,19 @@ namespace {
 /// More than these are not kept busy by the network of one machine.
 constexpr unsigned most_network_threads = 8;
 
+/// A sink of sentences for threads that have work of their own to finish: the log's trouble, such as a full disk at its rotation,
+/// is not theirs.
+template <typename Write>
+auto undisturbed(Write write) {
+    return [write](const std::string& sentence) {
+        try {
+            write(sentence);
+        } catch (const std::exception&) {
+            // The log itself is what failed: there is nowhere to tell it.
+        }
+    };
+}
+
 /// `file` is for messages: a setting that can't be understood throws `settings_error` about it.
 std::shared_ptr<scsi_source> make_iscsi_source(const std::vector<std::string>& urls, const std::string& file) {
     platform::linux_scsi::iscsi_source_options options;
@@ -36,7 +49,7 @@ std::shared_ptr<scsi_source> make_iscsi_source(const std::vector<std::string>& u
     } catch (const platform::linux_scsi::iscsi_setting_error& e) {
         throw platform::linux_os::settings_error(file, 0, e.what());
     }
-    options.report = [](const std::string& message) { g_libraryLog.LogWarning(message); };
+    options.report = undisturbed([](const std::string& message) { g_libraryLog.LogWarning(message); });
     return std::make_shared<platform::linux_scsi::iscsi_source>(std::move(options));
 }
 
@@ -54,13 +67,13 @@ assembled_system::assembled_system(const platform::linux_os::system_paths& paths
 
 void assembled_system::watch_settings() {
     // Warnings of the start come before there is a log; they are kept for it.
-    base_.registry().set_warning_handler([this](const std::string& text) {
+    base_.registry().set_warning_handler(undisturbed([this](const std::string& text) {
         if (starting_) {
             warnings_.push_back(text);
         } else {
             g_libraryLog.LogWarning(text);
         }
-    });
+    }));
 }
 
 void assembled_system::note_missing_settings() {
@@ -106,7 +119,7 @@ void assembled_system::add_rpc() {
     options.local_socket = settings.local_socket;
     options.network_threads = std::clamp(boost::thread::hardware_concurrency(), 1U, most_network_threads);
     options.limits = settings.limits;
-    options.on_event = platform::linux_rpc::throttled([](const std::string& sentence) { g_rpcLog.LogInfo(sentence); });
+    options.on_event = platform::linux_rpc::throttled(undisturbed([](const std::string& sentence) { g_rpcLog.LogInfo(sentence); }));
     rpc_ = std::make_unique<platform::linux_rpc::rpc_server>(std::move(options));
 
     std::u16string computer;

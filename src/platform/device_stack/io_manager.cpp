@@ -41,11 +41,26 @@ std::optional<std::string> name_of_link(const std::string& link_name) {
 }  // namespace
 
 io_manager::io_manager(std::vector<std::shared_ptr<scsi_source>> sources, const std::vector<std::string>& without_driver)
-    : sources_(std::move(sources)), table_(without_driver), units_(std::make_shared<unit_list>()) {}
+    : sources_(std::move(sources)), table_(without_driver), seen_(std::make_shared<look_result>(unit_list())) {}
 
 io_manager::~io_manager() = default;
 
+io_manager::look_result::look_result(unit_list found) : units(std::move(found)) {
+    for (const unit& known : units) {
+        if (!known.device_name.empty()) {
+            by_device_name.emplace(fold_name(known.device_name), &known);
+            by_class_object.emplace(fold_name(known.class_object), &known);
+        }
+        by_port_object.emplace(fold_name(known.port_object), &known);
+    }
+}
+
 std::shared_ptr<const unit_list> io_manager::look() {
+    const look_ptr seen = new_look();
+    return {seen, &seen->units};
+}
+
+io_manager::look_ptr io_manager::new_look() {
     std::unique_lock lock(look_mutex_);
     // A look that is under way may have asked a source already, before what the caller wants to see was plugged in.
     const std::uint64_t wanted = looks_begun_ + 1;
@@ -56,7 +71,7 @@ std::shared_ptr<const unit_list> io_manager::look() {
             look_once(lock);
         }
     }
-    return units_;
+    return seen_;
 }
 
 void io_manager::look_once(std::unique_lock<std::mutex>& lock) {
@@ -80,15 +95,15 @@ void io_manager::look_once(std::unique_lock<std::mutex>& lock) {
     for (const std::shared_ptr<scsi_source>& source : sources_) {
         found.push_back(source->enumerate());
     }
-    auto units = std::make_shared<const unit_list>(table_.name_units(found));
+    look_ptr seen = std::make_shared<const look_result>(table_.name_units(found));
     lock.lock();
-    units_ = std::move(units);
+    seen_ = std::move(seen);
     looks_done_ = number;
 }
 
-std::shared_ptr<const unit_list> io_manager::last_look() const {
+io_manager::look_ptr io_manager::last_look() const {
     const std::lock_guard lock(look_mutex_);
-    return units_;
+    return seen_;
 }
 
 std::vector<device_map_leaf> io_manager::device_map() {
@@ -103,21 +118,16 @@ std::vector<device_map_leaf> io_manager::device_map() {
     return leaves;
 }
 
-std::optional<std::string> io_manager::built_in_target(const unit_list& units, const std::string& name) {
-    const std::string folded = fold_name(name);
-    for (const unit& known : units) {
-        if (!known.device_name.empty() && fold_name(known.device_name) == folded) {
-            return known.class_object;
-        }
-    }
-    return std::nullopt;
+std::optional<std::string> io_manager::built_in_target(const look_result& seen, const std::string& name) {
+    const auto found = seen.by_device_name.find(fold_name(name));
+    return found == seen.by_device_name.end() ? std::nullopt : std::optional(found->second->class_object);
 }
 
-std::optional<std::string> io_manager::object_of(const unit_list& units, std::string name) const {
+std::optional<std::string> io_manager::object_of(const look_result& seen, std::string name) const {
     for (int step = 0; step < longest_chain; ++step) {
         std::optional<std::string> target = names_.target_of(name);
         if (!target) {
-            target = built_in_target(units, name);
+            target = built_in_target(seen, name);
         }
         if (!target) {
             return std::nullopt;
@@ -133,29 +143,29 @@ std::optional<std::string> io_manager::object_of(const unit_list& units, std::st
     return std::nullopt;
 }
 
-std::shared_ptr<device_file> io_manager::open_object(const unit_list& units, const std::string& object,
+std::shared_ptr<device_file> io_manager::open_object(const look_result& seen, const std::string& object,
                                                      std::uint32_t& failure) const {
-    for (const unit& known : units) {
-        const bool by_class = !known.class_object.empty() && fold_name(known.class_object) == object;
-        if (!by_class && fold_name(known.port_object) != object) {
-            continue;
-        }
-        failure = error::success;
-        std::shared_ptr<scsi_transport> transport = sources_[known.source]->open(known.info.identity, failure);
-        if (!transport) {
-            failure = failure != error::success ? failure : error::file_not_found;
-            return nullptr;
-        }
-        if (!by_class) {
-            return std::make_shared<storage_port>(std::move(transport), known.location);
-        }
-        if (known.info.peripheral_type == peripheral_type::medium_changer) {
-            return std::make_shared<changer_class>(std::move(transport), known.location, known.number);
-        }
-        return std::make_shared<tape_class>(std::move(transport), known.location, known.number);
+    const auto by_class = seen.by_class_object.find(object);
+    const bool has_class = by_class != seen.by_class_object.end();
+    const auto by_port = seen.by_port_object.find(object);
+    if (!has_class && by_port == seen.by_port_object.end()) {
+        failure = error::file_not_found;
+        return nullptr;
     }
-    failure = error::file_not_found;
-    return nullptr;
+    const unit& known = has_class ? *by_class->second : *by_port->second;
+    failure = error::success;
+    std::shared_ptr<scsi_transport> transport = sources_[known.source]->open(known.info.identity, failure);
+    if (!transport) {
+        failure = failure != error::success ? failure : error::file_not_found;
+        return nullptr;
+    }
+    if (!has_class) {
+        return std::make_shared<storage_port>(std::move(transport), known.location);
+    }
+    if (known.info.peripheral_type == peripheral_type::medium_changer) {
+        return std::make_shared<changer_class>(std::move(transport), known.location, known.number);
+    }
+    return std::make_shared<tape_class>(std::move(transport), known.location, known.number);
 }
 
 device_handle io_manager::open_device(const std::string& link_name) {
@@ -163,14 +173,14 @@ device_handle io_manager::open_device(const std::string& link_name) {
     std::uint32_t failure = error::file_not_found;
     std::shared_ptr<device_file> opened;
     if (name) {
-        std::shared_ptr<const unit_list> units = last_look();
-        std::optional<std::string> object = object_of(*units, *name);
-        opened = object ? open_object(*units, *object, failure) : nullptr;
+        look_ptr seen = last_look();
+        std::optional<std::string> object = object_of(*seen, *name);
+        opened = object ? open_object(*seen, *object, failure) : nullptr;
         if (!opened && failure == error::file_not_found) {
             // What the last look knew may be gone, and another device in its place.
-            units = look();
-            object = object_of(*units, *name);
-            opened = object ? open_object(*units, *object, failure) : nullptr;
+            seen = new_look();
+            object = object_of(*seen, *name);
+            opened = object ? open_object(*seen, *object, failure) : nullptr;
         }
     }
     if (!opened) {
@@ -221,7 +231,7 @@ bool io_manager::query_dos_device(const std::string& name, std::string& target) 
         found = built_in_target(*last_look(), name);
     }
     if (!found) {
-        found = built_in_target(*look(), name);
+        found = built_in_target(*new_look(), name);
     }
     if (!found) {
         return succeeded(error::file_not_found);

@@ -49,11 +49,22 @@ public:
     [[nodiscard]] std::vector<device_map_leaf> device_map();
 
 private:
-    [[nodiscard]] std::shared_ptr<const unit_list> last_look() const;
+    /// What one look found, with the ways to it by folded name.
+    struct look_result {
+        explicit look_result(unit_list found);
+        unit_list units;
+        std::unordered_map<std::string, const unit*> by_device_name;
+        std::unordered_map<std::string, const unit*> by_class_object;
+        std::unordered_map<std::string, const unit*> by_port_object;
+    };
+    using look_ptr = std::shared_ptr<const look_result>;
+
+    [[nodiscard]] look_ptr new_look();
+    [[nodiscard]] look_ptr last_look() const;
     void look_once(std::unique_lock<std::mutex>& lock);
-    [[nodiscard]] static std::optional<std::string> built_in_target(const unit_list& units, const std::string& name);
-    [[nodiscard]] std::optional<std::string> object_of(const unit_list& units, std::string name) const;
-    [[nodiscard]] std::shared_ptr<device_file> open_object(const unit_list& units, const std::string& object,
+    [[nodiscard]] static std::optional<std::string> built_in_target(const look_result& seen, const std::string& name);
+    [[nodiscard]] std::optional<std::string> object_of(const look_result& seen, std::string name) const;
+    [[nodiscard]] std::shared_ptr<device_file> open_object(const look_result& seen, const std::string& object,
                                                            std::uint32_t& failure) const;
 
     const std::vector<std::shared_ptr<scsi_source>> sources_;
@@ -64,8 +75,8 @@ private:
     bool looking_ = false;
     std::uint64_t looks_begun_ = 0;
     std::uint64_t looks_done_ = 0;
-    unit_table table_;                        ///< used by the one look under way
-    std::shared_ptr<const unit_list> units_;  ///< what the last look found
+    unit_table table_;  ///< used by the one look under way
+    look_ptr seen_;     ///< what the last look found
 
     mutable std::mutex handle_mutex_;
     std::unordered_map<device_handle, std::shared_ptr<device_file>> files_;

@@ -1,6 +1,7 @@
 #include "platform/virtual_library/virtual_library_source.h"
 
 #include <algorithm>
+#include <charconv>
 
 #include "foundation/logging/log_writer.h"
 #include "foundation/text/conversion.h"
@@ -97,16 +98,17 @@ std::vector<logical_unit_info> virtual_library_source::enumerate() {
 std::shared_ptr<scsi_transport> virtual_library_source::open(const std::string& identity, std::uint32_t& error) {
     const std::lock_guard<std::mutex> guard(mutex_);
     const std::size_t mark = std::min(identity.rfind('#'), identity.size());
+    const char* const end = identity.data() + identity.size();
+    std::size_t unit = 0;
+    std::from_chars(std::min(identity.data() + mark + 1, end), end, unit);
     for (entry& one : entries_) {
         if (identity.compare(0, mark, one.name) != 0) {
             continue;
         }
         try_open(one);
-        for (std::size_t unit = 0; unit < one.transports.size(); ++unit) {
-            if (identity == identity_of(one.name, unit)) {
-                error = error::success;
-                return one.transports[unit];
-            }
+        if (unit < one.transports.size() && identity == identity_of(one.name, unit)) {
+            error = error::success;
+            return one.transports[unit];
         }
     }
     error = error::file_not_found;

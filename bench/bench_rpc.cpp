@@ -22,6 +22,7 @@
 #include "rpc/echo_server.h"
 #include "rpc/hosted_server.h"
 #include "rpc/load_client.h"
+#include "rpc/samba_server.h"
 
 namespace {
 
@@ -33,6 +34,14 @@ constexpr std::chrono::milliseconds small_time{400};
 constexpr std::chrono::milliseconds bulk_time{500};
 constexpr std::size_t bulk_connections = 2;
 constexpr std::size_t idle_connections = 400;
+constexpr std::size_t samba_connections = 8;
+
+using platform::linux_rpc::syntax_id;
+using platform::linux_rpc::uuid_from_text;
+
+const syntax_id invoker{invoker_uuid, 1, 0};
+const syntax_id texts{text_uuid, 1, 0};
+const syntax_id endpoint_mapper{uuid_from_text("e1af8308-5d1f-11c9-91a4-08002b14a0fa"), 3, 0};
 
 double median(std::vector<double> values) {
     std::sort(values.begin(), values.end());
@@ -70,7 +79,7 @@ std::vector<std::uint8_t> small_stub() {
 
 /// The tape server with so many connections, all proved and used once.
 contender hosted(const std::string& name, const std::string& folder, bool logged, bool one_cpu, std::size_t connections,
-                 const std::array<std::uint8_t, 16>& interface, std::vector<std::uint8_t> request) {
+                 const syntax_id& interface, std::vector<std::uint8_t> request) {
     const std::string log = logged ? folder + "/" + name + ".log" : std::string();
     contender made{
         name, std::make_unique<child_process>(std::vector<std::string>{"server", folder + "/" + name, log}, one_cpu), {}, {}, {}};
@@ -144,8 +153,8 @@ void measure_small(const std::string& folder, std::size_t connections, bool one_
     const std::string figure = "rpc_small_" + std::to_string(connections) + (one_cpu ? "_pinned" : "");
     const std::vector<std::uint8_t> request = request_pdus(0, small_stub());
     std::vector<contender> contenders;
-    contenders.push_back(hosted(figure + "_quiet", folder, false, one_cpu, connections, invoker_uuid, request));
-    contenders.push_back(hosted(figure + "_logged", folder, true, one_cpu, connections, invoker_uuid, request));
+    contenders.push_back(hosted(figure + "_quiet", folder, false, one_cpu, connections, invoker, request));
+    contenders.push_back(hosted(figure + "_logged", folder, true, one_cpu, connections, invoker, request));
     contenders.push_back(echo_of(contenders.front(), one_cpu));
     race(contenders, small_time);
     const contender& floor = contenders.back();
@@ -160,7 +169,7 @@ void measure_small(const std::string& folder, std::size_t connections, bool one_
 
 void measure_bulk(const std::string& folder, const std::string& figure, std::vector<std::uint8_t> request, report& results) {
     std::vector<contender> contenders;
-    contenders.push_back(hosted(figure, folder, false, false, bulk_connections, text_uuid, std::move(request)));
+    contenders.push_back(hosted(figure, folder, false, false, bulk_connections, texts, std::move(request)));
     contenders.push_back(echo_of(contenders.front(), false));
     race(contenders, bulk_time);
     for (const contender& one : contenders) {
@@ -169,13 +178,51 @@ void measure_bulk(const std::string& folder, const std::string& figure, std::vec
     results.figure(figure + "_vs_floor", contenders[0].result.rate() / contenders[1].result.rate());
 }
 
+/// Asks the endpoint mapper for the endpoints of an interface that nobody has: `ept_lookup`, answered alike by everybody.
+std::vector<std::uint8_t> look_up_request() {
+    std::vector<std::uint8_t> stub;
+    platform::linux_rpc::wire_writer writer(stub);
+    writer.u32(1);  // by interface
+    writer.u32(0);  // no object
+    writer.u32(1);
+    writer.syntax({text_uuid, 9, 0});
+    writer.u32(1);  // of any version
+    writer.zeros(20);
+    writer.u32(10);
+    return request_pdus(2, stub);
+}
+
+void measure_against_samba(const std::string& folder, report& results) {
+    const std::string figure = "rpc_vs_samba_" + std::to_string(samba_connections);
+    if (const std::string lack = samba_server::lack(); !lack.empty()) {
+        std::cerr << figure << ": skipped, " << lack << '\n';
+        results.note(figure, "skipped: " + lack);
+        return;
+    }
+    const samba_server samba(folder + "/samba");
+    std::vector<contender> contenders;
+    contenders.push_back(hosted("tarno", folder, false, false, samba_connections, endpoint_mapper, look_up_request()));
+    contender& other = contenders.emplace_back();
+    other.name = "samba";
+    other.what.request = look_up_request();
+    for (std::size_t i = 0; i < samba_connections; ++i) {
+        other.connections.push_back(bind_to(samba_server::port, endpoint_mapper, nullptr));
+        other.what.answer = call_once(other.connections.back(), other.what.request).size();
+    }
+    race(contenders, small_time);
+    for (const contender& one : contenders) {
+        tell(results, figure, one);
+    }
+    results.figure(figure, contenders[0].result.rate() / contenders[1].result.rate());
+}
+
 /// Memory that idle connections take, each of which has proved who calls and has made a call.
 void measure_memory(const std::string& folder, report& results) {
     const std::vector<std::uint8_t> request = request_pdus(0, small_stub());
-    contender server = hosted("memory", folder, false, false, 8, invoker_uuid, request);
+    contender server = hosted("memory", folder, false, false, 8, invoker, request);
     const double before = server.server->resident_kib();
     for (std::size_t i = 0; i < idle_connections; ++i) {
-        server.connections.push_back(bind_to(server.server->port(), invoker_uuid, &administrator));
+        server.connections.push_back(bind_to(server.server->port(), invoker, &administrator));
         (void)call_once(server.connections.back(), request);
     }
     results.figure("rpc_kib_per_connection", (server.server->resident_kib() - before) / idle_connections);
@@ -198,6 +245,9 @@ void measure(const std::string& folder, const std::filesystem::path& json, const
     }
     if (wanted("rpc_bulk_in")) {
         measure_bulk(folder, "rpc_bulk_in", request_pdus(take_text, console::encode_call(u"", long_text())), results);
+    }
+    if (wanted("rpc_vs_samba")) {
+        measure_against_samba(folder, results);
     }
     if (wanted("rpc_kib_per_connection")) {
         measure_memory(folder, results);

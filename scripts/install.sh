@@ -17,7 +17,7 @@ test_packages=(
     krb5-kdc krb5-admin-server krb5-user python3-samba
 )
 
-bench_packages=(libspdlog-dev)
+bench_packages=(libspdlog-dev samba-common-bin)
 
 case "${1:-test}" in
     run) wanted=("${build_packages[@]}") ;;

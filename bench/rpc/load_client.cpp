@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <thread>
 #include <utility>
@@ -117,12 +118,12 @@ void client_socket::receive(std::size_t count, std::span<std::uint8_t> block) co
     }
 }
 
-client_socket bind_to(std::uint16_t port, const std::array<std::uint8_t, 16>& uuid, const caller* who) {
+client_socket bind_to(std::uint16_t port, const wire::syntax_id& interface, const caller* who) {
     client_socket connection(port);
     wire::bind_body body;
     body.max_transmit = fragment;
     body.max_receive = fragment;
-    body.contexts.push_back({0, {uuid, 1, 0}, {wire::ndr_transfer_syntax()}});
+    body.contexts.push_back({0, interface, {wire::ndr_transfer_syntax()}});
     if (who == nullptr) {
         connection.send(wire::encode_bind(wire::pdu_type::bind, 0, 1, body, {}));
         (void)receive_pdu(connection);

@@ -1,12 +1,13 @@
 #pragma once
 
-#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
+
+#include "platform/linux/rpc/wire.h"
 
 namespace bench {
 
@@ -41,8 +42,8 @@ struct caller {
     std::string password;
 };
 
-/// A connection bound to an interface of major version 1.
-[[nodiscard]] client_socket bind_to(std::uint16_t port, const std::array<std::uint8_t, 16>& uuid, const caller* who);
+/// A connection bound to an interface; `who` is null for nobody.
+[[nodiscard]] client_socket bind_to(std::uint16_t port, const platform::linux_rpc::syntax_id& interface, const caller* who);
 
 /// A request with this stub data, in fragments as long as the server takes.
 [[nodiscard]] std::vector<std::uint8_t> request_pdus(std::uint16_t operation, std::span<const std::uint8_t> stub);

@@ -7,6 +7,7 @@
 
 #include "foundation/exc/exceptions.h"
 #include "foundation/logging/log_writer.h"
+#include "foundation/winxml/list_child.h"
 #include "foundation/winxml/nesting_scan.h"
 #include "foundation/winxml/xml_printer.h"
 #include "platform/errors.h"
@@ -178,6 +179,18 @@ node_t add_element(const node_t& parent, std::string_view name) {
         throw exc::runtime_exc_t("Failed to cast new XML node to element");
     }
     return node_access::element(parent.document(), element);
+}
+
+void add_list(const node_t& parent, const record_stream_t& list) {
+    const std::string text = list.text();
+    TiXmlNode* parent_node = node_access::parent_of(parent);
+    require_parent(parent_node, "Failed to create XML element [%1]. Parent node is not specified.", cut_for_message(text));
+    // The library's node for markup that it doesn't read: it keeps what stands between the first and the last bracket.
+    auto markup = std::make_unique<TiXmlUnknown>();
+    markup->SetValue(text.substr(1, text.size() - 2));
+    if (parent_node->LinkEndChild(markup.release()) == nullptr) {
+        throw exc::runtime_exc_t("Failed to link XML element to node");
+    }
 }
 
 node_t find_element(const node_t& parent, std::string_view name) {

@@ -67,8 +67,54 @@ TEST_F(FolderWatch, FollowsTheNameWhenItsFolderIsReplaced) {
     make_home();
     inner.settle();
     EXPECT_FALSE(inner.may_have_changed());
+    inner.settle();  // and stays at rest: the end of the old watch doesn't end the new one
+    EXPECT_FALSE(inner.may_have_changed());
     std::ofstream(home / "accounts") << "y";
     EXPECT_TRUE(inner.may_have_changed());
+}
+
+TEST_F(FolderWatch, TellsWhatHappenedToTheFileFromWhatHappenedToItsNeighbours) {
+    watch.settle();
+    EXPECT_FALSE(watch.settle());
+    write("two");
+    EXPECT_TRUE(watch.settle());
+    EXPECT_FALSE(watch.settle());
+    write("x", "accounts.lock");
+    write("x", "account");
+    ASSERT_TRUE(watch.may_have_changed());
+    EXPECT_FALSE(watch.settle());
+    fs::remove(folder / "accounts");
+    EXPECT_TRUE(watch.settle());
+}
+
+TEST_F(FolderWatch, AFolderThatIsMissingIsNeverTrusted) {
+    const fs::path home = folder / "home";
+    folder_watch inner(home / "accounts");
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_FALSE(inner.settle());
+        EXPECT_TRUE(inner.may_have_changed());
+    }
+    fs::create_directory(home);
+    inner.settle();
+    EXPECT_FALSE(inner.may_have_changed());
+    fs::remove(home);
+    EXPECT_TRUE(inner.may_have_changed());
+    inner.settle();
+    EXPECT_TRUE(inner.may_have_changed());
+}
+
+TEST_F(FolderWatch, MoreEventsThanTheSystemKeepsCountAsAChange) {
+    std::size_t kept = 0;
+    std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> kept;
+    ASSERT_GT(kept, 0U);
+    watch.settle();
+    // Equal events in a row are kept as one, so that these differ.
+    for (std::size_t i = 0; i <= kept / 2; ++i) {
+        write("", i % 2 == 0 ? "even" : "odd");
+    }
+    ASSERT_TRUE(watch.may_have_changed());
+    EXPECT_TRUE(watch.settle());
+    EXPECT_FALSE(watch.may_have_changed());
 }
 
 }  // namespace

@@ -241,11 +241,11 @@ void live_accounts::refresh() {
         std::atomic<bool>& flag_;
     };
     const refreshing in_progress(refreshing_);
-    watch_.settle();
+    const bool touched = watch_.settle();
     // The stamp is taken before the file is read: a change in between shows as a difference at the next look.
     struct stat status {};
     const std::optional<struct stat> now = ::stat(file_.path().c_str(), &status) == 0 ? std::optional(status) : std::nullopt;
-    const bool same = looked_ && now.has_value() == seen_.has_value() && (!now || same_state(*now, *seen_));
+    const bool same = looked_ && !touched && now.has_value() == seen_.has_value() && (!now || same_state(*now, *seen_));
     if (same) {
         return;
     }

@@ -42,10 +42,14 @@ std::string folder_of(const std::string& file) {
     return slash == std::string::npos ? "." : file.substr(0, slash + 1);
 }
 
+std::string name_of(const std::string& file) {
+    return file.substr(file.rfind('/') + 1);
+}
+
 }  // namespace
 
 folder_watch::folder_watch(std::string file)
-    : file_(std::move(file)), folder_(folder_of(file_)), events_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
+    : file_(std::move(file)), folder_(folder_of(file_)), name_(name_of(file_)), events_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
 
 folder_watch::~folder_watch() {
     if (events_ >= 0) {
@@ -61,32 +65,52 @@ bool folder_watch::may_have_changed() const {
 }
 
 void folder_watch::establish() {
-    if (watch_ >= 0) {
-        (void)inotify_rm_watch(events_, watch_);
-    }
+    forget();
     watch_ = events_ >= 0 && is_local(folder_) ? inotify_add_watch(events_, folder_.c_str(), watched_events) : -1;
 }
 
-void folder_watch::settle() {
-    std::uint32_t seen = 0;
+void folder_watch::forget() {
+    if (watch_ >= 0) {
+        (void)inotify_rm_watch(events_, watch_);
+        watch_ = -1;
+    }
+}
+
+folder_watch::events_seen folder_watch::take_events() const {
+    events_seen seen;
     alignas(inotify_event) std::array<char, 4096> block;
     for (ssize_t count = 1; events_ >= 0 && count > 0;) {
         count = read(events_, block.data(), block.size());
         for (ssize_t at = 0; at < count;) {
             inotify_event event{};
             std::memcpy(&event, block.data() + at, sizeof(event));
-            seen |= event.mask;
+            // The name is filled up with zeros.
+            const char* const name = block.data() + at + sizeof(event);
+            seen.touched = seen.touched || (event.mask & IN_Q_OVERFLOW) != 0 || (event.len != 0 && name_ == name);
+            // The end of an earlier watch is told, too, and means nothing to this one.
+            seen.ended = seen.ended || (event.wd == watch_ && (event.mask & ending_events) != 0);
             at += static_cast<ssize_t>(sizeof(event) + event.len);
         }
     }
-    if (watch_ < 0 || (seen & ending_events) != 0) {
+    return seen;
+}
+
+bool folder_watch::settle() {
+    events_seen seen = take_events();
+    const bool touched = seen.touched;
+    if (watch_ < 0 || seen.ended) {
         establish();
+        seen = take_events();
+        if (seen.ended) {
+            forget();  // a folder that comes and goes: the next time may find it at rest
+        }
     }
     // What a link leads to can change without its folder.
     struct stat status {};
     const bool is_link = ::lstat(file_.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
     sees_.store(watch_ >= 0 && !is_link, std::memory_order_release);
     settled_.store(clock::now().time_since_epoch().count(), std::memory_order_relaxed);
+    return touched || seen.touched;
 }
 
 }  // namespace platform::linux_rpc

@@ -19,14 +19,22 @@ public:
 
     /// Whether something may have happened to the file since `settle` began. Callable from any thread.
     [[nodiscard]] bool may_have_changed() const;
-    /// Begins to watch anew. By one thread at a time, before the file is looked at.
-    void settle();
+    /// Begins to watch anew. By one thread at a time, before the file is looked at. True: something is known to have happened to
+    /// the file since the last time, whatever its time stamp says, which two quick changes can have in common.
+    bool settle();
 
 private:
+    struct events_seen {
+        bool touched = false;  ///< something has happened to the file, or may have
+        bool ended = false;    ///< the watch tells nothing more, or not about the folder of that name
+    };
+    [[nodiscard]] events_seen take_events() const;
     void establish();
+    void forget();
 
     const std::string file_;
     const std::string folder_;
+    const std::string name_;
     const int events_;  ///< inotify; -1: there is none to be had
     int watch_ = -1;
     std::atomic<bool> sees_{false};

@@ -686,6 +686,51 @@ TEST_F(SessionTest, FinishedAuthenticationIsNotTakenUpAgain) {
     EXPECT_EQ(fault_of(feed(request_pdu()).answer), 5U);
 }
 
+TEST_F(SessionTest, AlterContextMayRepeatTheLastTokenOfAFinishedAuthentication) {
+    authenticate(5);
+    const raw_auth auth{10, 5, 7, 0, text_bytes("secret")};
+    raw_bind alter;
+    alter.type = 14;
+    alter.contexts[0].id = 5;
+    alter.auth = &auth;
+    const session_step step = feed(bind_pdu(alter));
+    ASSERT_EQ(type_of(step.answer), 15U);
+    EXPECT_FALSE(step.close);
+    EXPECT_EQ(le16(step.answer, 10), 0U);  // no token comes back
+    EXPECT_TRUE(tested->established());
+    // The signatures go on as if nothing had been said.
+    raw_request request;
+    request.context = 5;
+    const session_step served = feed(signed_request(request, 5));
+    ASSERT_TRUE(served.call);
+    EXPECT_TRUE(served.call->identity->authenticated);
+}
+
+TEST_F(SessionTest, AlterContextWithAnyOtherTokenOfAFinishedAuthenticationIsRefused) {
+    const raw_auth wrong[] = {{10, 5, 7, 0, text_bytes("secreT")},  {10, 5, 7, 0, text_bytes("secre")},
+                              {10, 5, 7, 0, text_bytes("secret1")}, {10, 5, 7, 0, text_bytes("hello")},
+                              {10, 6, 7, 0, text_bytes("secret")},  {9, 5, 7, 0, text_bytes("secret")}};
+    for (const raw_auth& auth : wrong) {
+        restart();
+        authenticate(5);
+        raw_bind alter;
+        alter.type = 14;
+        alter.auth = &auth;
+        const session_step step = feed(bind_pdu(alter));
+        EXPECT_EQ(fault_of(step.answer), 5U);
+        EXPECT_TRUE(step.close);
+    }
+}
+
+TEST_F(SessionTest, ARefusedTokenIsNotTakenWhenItIsRepeated) {
+    authenticate(2, "wrong");
+    const raw_auth auth{10, 2, 7, 0, text_bytes("wrong")};
+    raw_bind alter;
+    alter.type = 14;
+    alter.auth = &auth;
+    EXPECT_EQ(fault_of(feed(bind_pdu(alter)).answer), 5U);
+}
+
 TEST_F(SessionTest, AuthenticationsOfAConnectionAreLimited) {
     core.limits.authentications = 2;
     authenticate(2);

@@ -11,6 +11,8 @@ namespace {
 /// Room for a header, a verifier and some stub data: a client that takes less can't be answered.
 constexpr std::uint16_t smallest_fragment = 256;
 constexpr std::size_t stub_alignment = 8;
+/// The last token of an authentication is kept up to this size; it has no tickets in it.
+constexpr std::size_t longest_kept_token = 4096;
 
 session_step closing(std::vector<std::uint8_t> answer = {}) {
     session_step step;
@@ -165,7 +167,8 @@ session_step session::take_alter_context(const pdu_header& header, std::span<con
         if (!trailer) {
             return closing(refused_call(header.call_id, 0, fault_status::protocol_error));
         }
-        if (take_token(*trailer, reply) != token_outcome::accepted) {
+        // Some clients bear the last token of their authentication in each alter_context that follows it.
+        if (!repeats_last_token(*trailer) && take_token(*trailer, reply) != token_outcome::accepted) {
             return closing(refused_call(header.call_id, 0, fault_status::access_denied));
         }
         token = {trailer->type, trailer->level, trailer->context_id, reply};
@@ -197,6 +200,12 @@ session::authentication* session::find_authentication(std::uint32_t id) {
         }
     }
     return nullptr;
+}
+
+bool session::repeats_last_token(const auth_trailer& trailer) {
+    const authentication* const entry = find_authentication(trailer.context_id);
+    return entry != nullptr && entry->state == security_context::state::complete && entry->type == trailer.type &&
+           entry->level == level_from_wire(trailer.level) && std::ranges::equal(entry->last_token, trailer.token);
 }
 
 session::authentication* session::begin_authentication(const auth_trailer& trailer, token_outcome& outcome) {
@@ -243,6 +252,9 @@ session::token_outcome session::take_token(const auth_trailer& trailer, std::vec
     }
     if (entry->state == security_context::state::complete) {
         entry->identity = entry->context->identity();
+        if (trailer.token.size() <= longest_kept_token) {
+            entry->last_token.assign(trailer.token.begin(), trailer.token.end());
+        }
     }
     return token_outcome::accepted;
 }

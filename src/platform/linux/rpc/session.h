@@ -68,6 +68,7 @@ private:
         std::unique_ptr<security_context> context;
         security_context::state state = security_context::state::proceed;
         client_identity identity;
+        std::vector<std::uint8_t> last_token;  ///< the one that completed it, if it isn't too long to be kept
     };
     struct request_head {
         std::uint16_t context_id = 0;
@@ -88,6 +89,8 @@ private:
     token_outcome take_token(const auth_trailer& trailer, std::vector<std::uint8_t>& reply);
     authentication* begin_authentication(const auth_trailer& trailer, token_outcome& outcome);
     [[nodiscard]] authentication* find_authentication(std::uint32_t id);
+    /// Whether a token is once more the one that completed its authentication: nothing is proved anew, and nothing has changed.
+    [[nodiscard]] bool repeats_last_token(const auth_trailer& trailer);
     /// Checks and strips a request's verifier. Returns a fault, 0 for none; `stub_end` is where stub data ends, `security`
     /// whose request it is, null for nobody's.
     std::uint32_t check_security(const pdu_header& header, std::span<std::uint8_t> pdu, std::size_t body_offset,

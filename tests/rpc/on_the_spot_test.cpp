@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <future>
 #include <mutex>
 #include <thread>
@@ -27,6 +28,7 @@ protected:
     OnTheSpot() {
         rpc_server_options options = loopback_options();
         options.network_threads = 1;
+        options.limits.linger_time = std::chrono::milliseconds(300);
         options.local_socket = folder.path("rpc.sock");
         server = std::make_unique<rpc_server>(options);
         platform::rpc_interface offered;
@@ -155,6 +157,48 @@ TEST_F(OnTheSpot, ThousandsOfRequestsInOneGoAreAnsweredInTheirOrder) {
         ASSERT_EQ(le32(answer, 12), i);
     }
     sender.join();
+}
+
+TEST_F(OnTheSpot, WhoEndsHisOutputStillGetsAllHisAnswers) {
+    raw_connection connection(port);
+    bind(connection);
+    constexpr std::uint32_t count = 40;
+    constexpr std::uint32_t within_second_turn = 10;
+    bytes all;
+    for (std::uint32_t i = 1; i <= count; ++i) {
+        const bytes next = call(quick, i == within_second_turn ? 0 : i);
+        all.insert(all.end(), next.begin(), next.end());
+    }
+    connection.send(all);
+    begun.get_future().wait();
+    connection.end_of_output();  // while requests wait for the connection's next turn
+    go_on.set_value();
+    for (std::uint32_t i = 1; i <= count; ++i) {
+        ASSERT_EQ(le32(connection.receive(), 12), i == within_second_turn ? 0 : i);
+    }
+    EXPECT_TRUE(connection.ended());
+}
+
+TEST_F(OnTheSpot, OneWhoIsDisconnectedAndGoesOnSendingHoldsNobodyUp) {
+    std::atomic<bool> ended{false};
+    std::vector<std::thread> senders;
+    for (int i = 0; i < 2; ++i) {
+        senders.emplace_back([&] {
+            const bytes rubbish(1U << 26, 0xFF);  // no version of the protocol
+            while (!ended) {
+                raw_connection(port).send(rubbish);
+            }
+        });
+    }
+    raw_connection modest(port);
+    bind(modest);
+    for (std::uint32_t i = 1; i <= 200; ++i) {
+        EXPECT_EQ(type_of(modest.exchange(call(quick, i))), 2U);
+    }
+    ended = true;
+    for (std::thread& sender : senders) {
+        sender.join();
+    }
 }
 
 TEST_F(OnTheSpot, AnAnswerThatTheSocketDoesNotTakeAtOnceFollowsPieceByPiece) {

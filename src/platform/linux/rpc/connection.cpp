@@ -163,6 +163,7 @@ void connection::on_ready(std::uint32_t events) {
 void connection::on_turn() {
     guarded([this] {
         served_this_turn_ = 0;
+        turn_is_due_ = false;
         if (writing_) {
             flush();
         }
@@ -207,7 +208,7 @@ void connection::read_some() {
         read_on();
     } else if (received < 0 && would_block(errno)) {
         readable_ = false;
-    } else if (received == 0 && !calls_.empty()) {
+    } else if (received == 0 && (!calls_.empty() || turn_is_due_)) {
         end_of_input_ = true;  // whoever closed only one direction still gets the answers
     } else if (received <= 0) {
         close();
@@ -233,12 +234,12 @@ void connection::take_read(std::size_t kept, std::size_t received) {
     read_on();
 }
 
+/// A part at a time: whoever sends without end costs the others their turns no longer than any other peer does.
 void connection::discard_input() {
-    ssize_t received = 0;
-    do {
-        received = recv(socket_, loop_.buffer.data(), loop_.buffer.size(), 0);
-    } while (received > 0 || (received < 0 && errno == EINTR));
-    if (received < 0 && would_block(errno)) {
+    const ssize_t received = recv(socket_, loop_.buffer.data(), loop_.buffer.size(), 0);
+    if (received > 0 || (received < 0 && errno == EINTR)) {
+        read_on();
+    } else if (received < 0 && would_block(errno)) {
         readable_ = false;
     } else {
         close();
@@ -266,6 +267,7 @@ void connection::consume(std::span<std::uint8_t> data) {
             break;
         }
         if (served_this_turn_ == calls_a_turn) {
+            turn_is_due_ = true;
             loop_.events.give_turn(*this);
             break;
         }
@@ -483,7 +485,7 @@ void connection::resume() {
         pending_.clear();
         consume(std::span(loop_.buffer).first(kept));
     }
-    if (end_of_input_ && calls_.empty() && !writing_) {
+    if (end_of_input_ && calls_.empty() && !writing_ && !turn_is_due_) {
         close();
     }
     if (served_this_turn_ == calls_a_turn) {

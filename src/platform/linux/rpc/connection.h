@@ -82,6 +82,7 @@ private:
 
     std::vector<call_in_progress> calls_;  ///< one at most, unless the client may multiplex
     int served_this_turn_ = 0;
+    bool turn_is_due_ = false;   ///< there are requests left for it
     bool readable_ = false;      ///< there may be input that hasn't been read
     bool peer_is_done_ = false;  ///< and behind it the end or a failure, of which no further edge will tell
     bool writing_ = false;

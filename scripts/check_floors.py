@@ -30,7 +30,7 @@ IMPLEMENTATIONS = {
 # Headers of an operating system: only below platform/ (the Linux ones below platform/linux) and in the programs.
 OS_HEADERS = re.compile(
     r"^(windows|winsock2?|ws2tcpip|rpc\w*|ntdd\w*|setupapi|cfgmgr32|dbghelp|shlobj|lm|unistd|fcntl|pthread|dlfcn|poll|"
-    r"signal|syslog|termios|dirent|pwd|grp|netdb|sys/.*|linux/.*|scsi/.*|arpa/.*|netinet/.*|net/.*|iscsi/.*)\.h$")
+    r"signal|syslog|termios|dirent|pwd|grp|netdb|sys/.*|linux/.*|scsi/.*|arpa/.*|netinet/.*|net/.*|iscsi/.*|systemd/.*)\.h$")
 OS_CONDITIONS = re.compile(r"^\s*#\s*(if|ifdef|ifndef|elif)\b.*\b(_WIN32|_WIN64|WIN32|__linux__|__unix__|__MINGW\w*)\b")
 DIRECT_CALLS = re.compile(
     r"std::this_thread::sleep|boost::this_thread::sleep|\b(usleep|nanosleep|Sleep|SleepEx|GetTickCount)\s*\(|"

@@ -8,13 +8,13 @@ set -euo pipefail
 build_packages=(
     ca-certificates cmake g++ ninja-build ccache mold pkg-config
     libboost-dev libboost-thread-dev libboost-system-dev libboost-filesystem-dev
-    libtinyxml-dev zlib1g-dev libssl-dev libkrb5-dev libiscsi-dev libcli11-dev nlohmann-json3-dev
+    libtinyxml-dev zlib1g-dev libssl-dev libkrb5-dev libiscsi-dev libsystemd-dev libcli11-dev nlohmann-json3-dev
     python3 python3-impacket
 )
 test_packages=(
     git libgtest-dev libgmock-dev libbenchmark-dev clang-format clang-tidy
     g++-mingw-w64-i686-posix libz-mingw-w64-dev tgt
-    krb5-kdc krb5-admin-server krb5-user python3-samba
+    krb5-kdc krb5-admin-server krb5-user python3-samba systemd
 )
 
 bench_packages=(libspdlog-dev samba-common-bin)

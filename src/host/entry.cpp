@@ -11,8 +11,10 @@
 #include "foundation/text/conversion.h"
 #include "foundation/util/command_line.h"
 #include "foundation/util/product_options.h"
+#include "host/diagnostics.h"
 #include "host/rpc_server.h"
 #include "host/server_lifetime.h"
+#include "host/service_control.h"
 #include "host/tape_settings.h"
 #include "platform/clock.h"
 #include "platform/process.h"
@@ -114,5 +116,9 @@ int RunTapeServer(const entry_environment& environment) {
         serve_from_console(settings, environment);
         return exit_done;
     }
-    return exit_no_service_manager;
+    if (RunDiagnosticAction(command_line)) {
+        return exit_done;
+    }
+    SetTapeServerSettings(settings);
+    return RunUnderServiceManager() ? exit_done : exit_no_service_manager;
 }

@@ -16,7 +16,9 @@ struct entry_environment {
 
 /// The program from its set-up to its end, on the system that is installed. Returns the process's exit code:
 /// - with `-debug` it serves from the console until the environment's pause says otherwise, then 0;
-/// - without it, and with no service manager to serve under, 1.
+/// - with the switch of a diagnostic action it does that and nothing else, then 0, whatever came of it;
+/// - else it serves under the service manager until that stops it, then 0, also when the start has failed;
+/// - with no service manager to serve under, 1.
 /// Failures of the set-up leave as exceptions.
 [[nodiscard]] int RunTapeServer(const entry_environment& environment);
 

@@ -13,6 +13,7 @@ class plug_and_play;
 class process;
 class registry;
 class rpc_runtime;
+class service_manager;
 class tape_functions;
 class text_encoding;
 
@@ -30,6 +31,7 @@ struct system_set {
     platform::process* process = nullptr;
     platform::registry* registry = nullptr;
     platform::rpc_runtime* rpc_runtime = nullptr;
+    platform::service_manager* service_manager = nullptr;
     platform::tape_functions* tape_functions = nullptr;
     platform::text_encoding* text_encoding = nullptr;
 };

@@ -8,6 +8,7 @@
 #include "platform/testing/fake_plug_and_play.h"
 #include "platform/testing/fake_process.h"
 #include "platform/testing/fake_rpc_runtime.h"
+#include "platform/testing/fake_service_manager.h"
 #include "platform/testing/fake_text_encoding.h"
 #include "platform/testing/log_capture.h"
 #include "platform/testing/memory_files.h"

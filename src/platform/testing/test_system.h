@@ -8,6 +8,7 @@
 #include "platform/testing/fake_plug_and_play.h"
 #include "platform/testing/fake_process.h"
 #include "platform/testing/fake_rpc_runtime.h"
+#include "platform/testing/fake_service_manager.h"
 #include "platform/testing/fake_text_encoding.h"
 #include "platform/testing/log_capture.h"
 #include "platform/testing/memory_files.h"
@@ -36,6 +37,7 @@ public:
     fake_accounts accounts;
     fake_plug_and_play plug_and_play;
     fake_rpc_runtime rpc_runtime;
+    fake_service_manager service_manager;
 
     /// The set, for a test that wants to put something of its own in one place: change a copy and use `scoped_system`.
     [[nodiscard]] system_set fakes() {
@@ -51,6 +53,7 @@ public:
         set.process = &process;
         set.registry = &registry;
         set.rpc_runtime = &rpc_runtime;
+        set.service_manager = &service_manager;
         set.tape_functions = &tape;
         set.text_encoding = &text_encoding;
         return set;

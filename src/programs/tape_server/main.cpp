@@ -13,8 +13,10 @@
 #include "command/erase_worker.h"
 #include "foundation/logging/log.h"
 #include "foundation/logging/log_writer.h"
+#include "foundation/util/command_line.h"
 #include "host/entry.h"
 #include "platform/linux/process.h"
+#include "platform/linux/service_manager.h"
 #include "platform/linux/settings_file.h"
 #include "programs/tape_server/tape_server.h"
 
@@ -29,19 +31,28 @@ constexpr int largest_kept_block = 32 * 1024 * 1024;  ///< the most that the C l
 constexpr int most_kept_memory = 128 * 1024 * 1024;
 constexpr std::size_t memory_worth_giving_back = std::size_t{4} * 1024 * 1024;
 
-sigset_t ending_signals() {
+/// Those that end the process, a terminal's end included: but for that whoever started the program may have asked to live on.
+/// Under a service manager the last one means a reload.
+sigset_t held_signals() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGINT);
+    struct sigaction hang_up {};
+    if (sigaction(SIGHUP, nullptr, &hang_up) == 0 && hang_up.sa_handler != SIG_IGN) {
+        sigaddset(&signals, SIGHUP);
+    }
     return signals;
 }
 
-/// Keeps the signals that end the process for `wait_for_end`. Done before there is a second thread, so that no thread takes them.
-void hold_ending_signals() {
-    const sigset_t signals = ending_signals();
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+/// Keeps the signals for `wait_for_end` or the service manager. Done before there is a second thread, so that no thread takes them.
+/// A diagnostic is neither served nor managed: Ctrl-C ends it at once.
+void hold_signals(const util::command_line_t& command_line) {
     signal(SIGPIPE, SIG_IGN);
+    if (util::find_switch(command_line, u"-debug") || std::getenv("NOTIFY_SOCKET") != nullptr) {
+        const sigset_t signals = held_signals();
+        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    }
 }
 
 /// A process usually begins with fewer descriptors than it may have.
@@ -68,8 +79,7 @@ void give_back_freed_memory() {
 
 /// False when the process has been told to end, within the time or before.
 bool wait_for_end(std::int64_t milliseconds) {
-    give_back_freed_memory();
-    const sigset_t signals = ending_signals();
+    const sigset_t signals = held_signals();
     timespec limit{};
     limit.tv_sec = milliseconds / 1000;
     limit.tv_nsec = milliseconds % 1000 * 1'000'000;
@@ -87,35 +97,43 @@ int run(const entry_environment& environment) {
     }
 }
 
-/// A log that can't be opened leaves nothing behind but silence; whoever started the program is told here.
+/// A log that can't be opened leaves nothing behind but silence; whoever started the program is told here, once.
 void report_missing_log() {
-    if (!logging::log_t::process_log()->initialized()) {
+    static bool done = false;
+    if (!std::exchange(done, true) && !logging::log_t::process_log()->initialized()) {
         std::cerr << "TarnoTapeSvc: The log file can't be opened, so that nothing is logged. The switch -log names another."
                   << std::endl;
     }
 }
 
+/// What there is to do on the main thread while the server serves.
+void look_after_process() {
+    report_missing_log();
+    give_back_freed_memory();
+}
+
 }  // namespace
 
 int main() {
-    hold_ending_signals();
+    const util::command_line_t command_line = platform::linux_os::linux_process{}.command_line();
+    hold_signals(command_line);
     allow_many_descriptors();
     keep_freed_memory();
     std::unique_ptr<tape_server::assembled_system> system;
     try {
-        platform::linux_os::linux_process process;
         system = std::make_unique<tape_server::assembled_system>(
-            platform::linux_os::read_paths(process.command_line(), std::getenv("STATE_DIRECTORY")));
+            platform::linux_os::read_paths(command_line, std::getenv("STATE_DIRECTORY")));
     } catch (const std::exception& e) {
         std::cerr << "TarnoTapeSvc: " << e.what() << '\n';
         return exit_bad_settings;
     }
 
+    platform::linux_os::systemd_manager manager({look_after_process, [&system] { system->reload(); }});
+    system->serve_under(manager);
+
     entry_environment environment;
-    environment.pause = [log_was_checked = false](std::int64_t milliseconds) mutable {
-        if (!std::exchange(log_was_checked, true)) {
-            report_missing_log();
-        }
+    environment.pause = [](std::int64_t milliseconds) {
+        look_after_process();
         return wait_for_end(milliseconds);
     };
     environment.start_warnings = system->warnings();
@@ -123,6 +141,7 @@ int main() {
         std::cerr << "TarnoTapeSvc: " << warning << '\n';
     }
     const int code = run(environment);
+    report_missing_log();
     std::cerr.flush();
     if (system->at_rest() && !EraseThreadsRunning()) {
         return code;

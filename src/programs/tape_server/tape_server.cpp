@@ -8,6 +8,7 @@
 
 #include "foundation/logging/log_writer.h"
 #include "foundation/text/conversion.h"
+#include "platform/errors.h"
 #include "platform/files.h"
 #include "platform/linux/rpc/event_throttle.h"
 #include "platform/linux/scsi/iscsi_source.h"
@@ -63,6 +64,20 @@ assembled_system::assembled_system(const platform::linux_os::system_paths& paths
     add_rpc();
     platform::install(base_.set());
     starting_ = false;
+}
+
+void assembled_system::serve_under(platform::service_manager& manager) {
+    base_.set().service_manager = &manager;
+    platform::install(base_.set());
+}
+
+void assembled_system::reload() {
+    const auto tell = undisturbed([](const std::string& sentence) { g_libraryLog.LogInfo(sentence); });
+    tell("The settings are read again. Values that are read at the start alone wait for the next one.");
+    platform::registry_key key = 0;
+    if (base_.registry().open_key(u"SOFTWARE", platform::registry_access::read, key) == platform::error::success) {
+        base_.registry().close_key(key);
+    }
 }
 
 void assembled_system::watch_settings() {

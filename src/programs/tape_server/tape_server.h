@@ -10,6 +10,7 @@
 #include "platform/linux/linux_system.h"
 #include "platform/linux/rpc/linux_accounts.h"
 #include "platform/linux/rpc/rpc_server.h"
+#include "platform/service_manager.h"
 #include "platform/virtual_library/virtual_library_source.h"
 
 namespace tape_server {
@@ -22,6 +23,12 @@ public:
     explicit assembled_system(const platform::linux_os::system_paths& paths);
     assembled_system(const assembled_system&) = delete;
     assembled_system& operator=(const assembled_system&) = delete;
+
+    /// Lets the process run under a manager, which lives at least as long as this.
+    void serve_under(platform::service_manager& manager);
+
+    /// Has a look at the settings file now, so that an edit that can't be used is told at once. Throws nothing.
+    void reload();
 
     /// What the administrator should know of the start: sentences for the log.
     [[nodiscard]] const std::vector<std::string>& warnings() const { return warnings_; }

@@ -106,11 +106,12 @@ public:
         if (links.empty()) {
             std::cout << "We have no drives." << std::endl;
             g_log.LogError("We have no drives.");
+            save();
         }
         for (const std::string& link : links) {
             add_drive(link);
+            save();
         }
-        save();
     }
 
 private:

@@ -73,6 +73,24 @@ TEST_F(FolderWatch, FollowsTheNameWhenItsFolderIsReplaced) {
     EXPECT_TRUE(inner.may_have_changed());
 }
 
+TEST_F(FolderWatch, FollowsTheNameWhenALinkOnTheWayIsTurned) {
+    for (const char* const home : {"one", "two"}) {
+        fs::create_directory(folder / home);
+        write("x", std::string(home) + "/accounts");
+        fs::create_directory_symlink(folder / home, folder / (std::string("to ") + home));
+    }
+    folder_watch inner(folder / "to one/accounts");
+    inner.settle();
+    ASSERT_FALSE(inner.may_have_changed());
+    fs::rename(folder / "to two", folder / "to one");
+    inner.settle();  // which happens once a second
+    EXPECT_FALSE(inner.may_have_changed());
+    write("y", "one/accounts");
+    EXPECT_FALSE(inner.may_have_changed());
+    write("y", "two/accounts");
+    EXPECT_TRUE(inner.may_have_changed());
+}
+
 TEST_F(FolderWatch, TellsWhatHappenedToTheFileFromWhatHappenedToItsNeighbours) {
     watch.settle();
     EXPECT_FALSE(watch.settle());

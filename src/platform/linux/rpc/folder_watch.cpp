@@ -64,9 +64,21 @@ bool folder_watch::may_have_changed() const {
            ioctl(events_, FIONREAD, &waiting) != 0 || waiting != 0;
 }
 
+/// A folder's name can come to mean another one without an event of either: by a link or a mount on the way to it.
+bool folder_watch::watches_the_named_folder() const {
+    struct stat status {};
+    return watch_ >= 0 && ::stat(folder_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_;
+}
+
 void folder_watch::establish() {
     forget();
-    watch_ = events_ >= 0 && is_local(folder_) ? inotify_add_watch(events_, folder_.c_str(), watched_events) : -1;
+    // Looked up in this order, so that a change in between shows the next time.
+    struct stat status {};
+    if (events_ >= 0 && ::stat(folder_.c_str(), &status) == 0 && is_local(folder_)) {
+        device_ = status.st_dev;
+        inode_ = status.st_ino;
+        watch_ = inotify_add_watch(events_, folder_.c_str(), watched_events);
+    }
 }
 
 void folder_watch::forget() {
@@ -98,7 +110,7 @@ folder_watch::events_seen folder_watch::take_events() const {
 bool folder_watch::settle() {
     events_seen seen = take_events();
     const bool touched = seen.touched;
-    if (watch_ < 0 || seen.ended) {
+    if (seen.ended || !watches_the_named_folder()) {
         establish();
         seen = take_events();
         if (seen.ended) {

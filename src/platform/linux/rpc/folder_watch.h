@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -29,6 +31,7 @@ private:
         bool ended = false;    ///< the watch tells nothing more, or not about the folder of that name
     };
     [[nodiscard]] events_seen take_events() const;
+    [[nodiscard]] bool watches_the_named_folder() const;
     void establish();
     void forget();
 
@@ -37,6 +40,8 @@ private:
     const std::string name_;
     const int events_;  ///< inotify; -1: there is none to be had
     int watch_ = -1;
+    dev_t device_ = 0;  ///< with `inode_`: the folder that is watched
+    ino_t inode_ = 0;
     std::atomic<bool> sees_{false};
     std::atomic<std::chrono::steady_clock::rep> settled_{0};
 };

@@ -2,6 +2,8 @@
 
 #include <boost/make_shared.hpp>
 
+#include <iostream>
+
 #include "changer/tape_variables.h"
 #include "command/svc_context.h"
 #include "command/version_check.h"
@@ -61,6 +63,30 @@ bool pause(const entry_environment& environment) {
     return true;
 }
 
+/// A diagnostic that fails says so, and the program ends as after any other.
+bool run_diagnostic(const util::command_line_t& command_line) {
+    try {
+        return RunDiagnosticAction(command_line);
+    } catch (const std::exception& e) {
+        g_log.LogError("The diagnostic action has failed.", e);
+        std::cerr << "TarnoTapeSvc: the diagnostic action has failed.\n" << e.what() << std::endl;
+        return true;
+    }
+}
+
+/// False: the command line names no action. One that fails ends the process like any other; its reason stands in the log.
+bool run_action(const util::command_line_t& command_line, const entry_environment& environment) {
+    try {
+        return RunDiagnosticAction(command_line);
+    } catch (const std::exception& e) {
+        g_log.LogError("The diagnostic action has failed.", e);
+        if (environment.tell) {
+            environment.tell(std::string("The diagnostic action has failed.\n") + e.what());
+        }
+        return true;
+    }
+}
+
 void serve_from_console(const RpcServerSettings& settings, const entry_environment& environment) {
     const auto context = boost::make_shared<ctx::CSvcContext>();
     StartRpcServer(settings, context);
@@ -116,7 +142,7 @@ int RunTapeServer(const entry_environment& environment) {
         serve_from_console(settings, environment);
         return exit_done;
     }
-    if (RunDiagnosticAction(command_line)) {
+    if (run_diagnostic(command_line)) {
         return exit_done;
     }
     SetTapeServerSettings(settings);

@@ -3,6 +3,7 @@
 #include "foundation/exc/exceptions.h"
 #include "host/diagnostic_files.h"
 #include "host/diagnostics_fixture.h"
+#include "host/entry.h"
 #include "platform/tape_records.h"
 
 namespace {
@@ -154,6 +155,26 @@ TEST_F(Diagnostics, WithoutAChangerThereAreNoLists) {
     run({u"-slots"});
     EXPECT_TRUE(found_);
     EXPECT_EQ(files(), strings{});
+}
+
+TEST_F(Diagnostics, AFailureEndsTheProgramAsASuccessDoes) {
+    plug_in({{.cartridges = 0}});
+    system_.process.arguments = {u"S.exe", u"-load"};
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(RunTapeServer({}), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), one_changer);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("Unable to move tape from ChangerSlot #0"), std::string::npos);
+}
+
+TEST_F(Diagnostics, ASuccessEndsTheProgram) {
+    plug_in({{}});
+    system_.process.arguments = {u"S.exe", u"-log", u"C:\\T\\run.log", u"-ieport"};
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(RunTapeServer({}), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_NE(file("ieportsstatuses.xml"), "(none)");
+    EXPECT_TRUE(system_.rpc_runtime.calls().empty());
 }
 
 // Lists.

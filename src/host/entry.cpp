@@ -74,19 +74,6 @@ bool run_diagnostic(const util::command_line_t& command_line) {
     }
 }
 
-/// False: the command line names no action. One that fails ends the process like any other; its reason stands in the log.
-bool run_action(const util::command_line_t& command_line, const entry_environment& environment) {
-    try {
-        return RunDiagnosticAction(command_line);
-    } catch (const std::exception& e) {
-        g_log.LogError("The diagnostic action has failed.", e);
-        if (environment.tell) {
-            environment.tell(std::string("The diagnostic action has failed.\n") + e.what());
-        }
-        return true;
-    }
-}
-
 void serve_from_console(const RpcServerSettings& settings, const entry_environment& environment) {
     const auto context = boost::make_shared<ctx::CSvcContext>();
     StartRpcServer(settings, context);

@@ -23,7 +23,6 @@ namespace {
 
 constexpr std::uint32_t failed_service_controller_connect = 1063;
 constexpr service_status_handle only_service = 1;
-constexpr int idle_ms = 2000;
 constexpr std::uint64_t microseconds_a_millisecond = 1000;
 constexpr std::uint64_t microseconds_a_second = 1'000'000;
 constexpr std::uint64_t nanoseconds_a_microsecond = 1000;
@@ -138,7 +137,7 @@ void systemd_manager::serve_controls(int signals) {
             return;
         }
         std::array<pollfd, 2> sources{pollfd{signals, POLLIN, 0}, pollfd{wake_up_.get(), POLLIN, 0}};
-        const int ready = poll(sources.data(), sources.size(), idle_ms);
+        const int ready = poll(sources.data(), sources.size(), hooks_.idle_ms);
         if (ready == 0 && hooks_.idle) {
             hooks_.idle();
         }

@@ -22,8 +22,9 @@ namespace platform::linux_os {
 class systemd_manager final : public service_manager {
 public:
     struct hooks {
-        std::function<void()> idle;    ///< every two seconds while the service lives, on the dispatcher's thread
+        std::function<void()> idle;    ///< again and again while nothing happens, on the dispatcher's thread
         std::function<void()> reload;  ///< throws nothing
+        int idle_ms = 2000;            ///< between two calls of `idle`
     };
 
     systemd_manager() = default;

@@ -128,7 +128,7 @@ int main() {
         return exit_bad_settings;
     }
 
-    platform::linux_os::systemd_manager manager({look_after_process, [&system] { system->reload(); }});
+    platform::linux_os::systemd_manager manager({.idle = look_after_process, .reload = [&system] { system->reload(); }});
     system->serve_under(manager);
 
     entry_environment environment;

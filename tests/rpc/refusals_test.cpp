@@ -237,14 +237,17 @@ TEST_F(RefusalsTest, FragmentsOfOneRequestComeUnderOneSignature) {
 
 TEST_F(RefusalsTest, RightsThatWereTakenAwayCountFromTheNextCallOn) {
     (void)authenticate(2, "anna", "anna");
-    const auto administrator = [&] { return feed(request_pdu()).call->identity->standing->administrator(); };
-    EXPECT_TRUE(administrator());
+    using rank = caller_standing::rank;
+    const auto now = [&] { return feed(request_pdu()).call->identity->standing->now(); };
+    EXPECT_EQ(now(), rank::administrator);
     accounts->add("anna", u"anna", false);
-    EXPECT_FALSE(administrator());
+    EXPECT_EQ(now(), rank::known);
     accounts->add("anna", u"anna", true);
-    EXPECT_TRUE(administrator());
+    EXPECT_EQ(now(), rank::administrator);
     accounts->add("anna", u"anna", true, true);
-    EXPECT_FALSE(administrator()) << "disabled";
+    EXPECT_EQ(now(), rank::shut_out) << "disabled";
+    accounts->add("anna", u"anna", false);
+    EXPECT_EQ(now(), rank::known);
 }
 
 }  // namespace

@@ -300,8 +300,8 @@ TEST(UserDatabase, KnowsNoUserOrGroupThatIsNotThere) {
 /// An account whose rights change while its connection lasts.
 class changing_standing : public caller_standing {
 public:
-    [[nodiscard]] bool administrator() override { return now; }
-    bool now = true;
+    [[nodiscard]] rank now() override { return current; }
+    rank current = rank::administrator;
 };
 
 TEST_F(LinuxAccounts, AFlagThatChangedBetweenTwoCallsCounts) {
@@ -310,10 +310,23 @@ TEST_F(LinuxAccounts, AFlagThatChangedBetweenTwoCallsCounts) {
     identity.administrator = true;  // as it was when she logged on
     identity.standing = standing;
     EXPECT_TRUE(administers(identity));
-    standing->now = false;
+    standing->current = caller_standing::rank::known;
     EXPECT_FALSE(administers(identity));
-    standing->now = true;
+    standing->current = caller_standing::rank::administrator;
     EXPECT_TRUE(administers(identity));
+}
+
+TEST_F(LinuxAccounts, AnAccountThatIsShutOutIsNoAdministratorByItsNameEither) {
+    const auto standing = std::make_shared<changing_standing>();
+    client_identity identity = remote("CORP\\Anna");
+    identity.standing = standing;
+    standing->current = caller_standing::rank::known;
+    EXPECT_TRUE(administers(identity)) << "the rules name the account";
+    standing->current = caller_standing::rank::shut_out;
+    const outcome result = ask(identity);
+    EXPECT_EQ(result.status, 0U);
+    EXPECT_EQ(result.size, 0U);
+    EXPECT_TRUE(result.sids.empty());
 }
 
 }  // namespace

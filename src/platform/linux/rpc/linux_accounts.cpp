@@ -151,6 +151,13 @@ bool linux_accounts::create_well_known_sid(std::uint32_t which, sid_bytes& sid) 
 }
 
 linux_accounts::caller linux_accounts::examine(const client_identity& identity) {
+    using rank = caller_standing::rank;
+    const rank by_mechanism = identity.standing        ? identity.standing->now()
+                              : identity.administrator ? rank::administrator
+                                                       : rank::known;
+    if (by_mechanism == rank::shut_out) {
+        return {};
+    }
     std::vector<gid_t> numbers;
     bool found = false;
     bool answered = true;
@@ -165,7 +172,7 @@ linux_accounts::caller linux_accounts::examine(const client_identity& identity) 
     for (const gid_t number : numbers) {
         examined.groups.push_back({unix_group(number), granted_group});
     }
-    if (is_administrator(identity, numbers)) {
+    if (by_mechanism == rank::administrator || is_administrator(identity, numbers)) {
         examined.groups.push_back({builtin_administrators(), granted_group});
     } else if (!answered) {
         // Without the groups nobody can say that the caller is no administrator.
@@ -175,8 +182,7 @@ linux_accounts::caller linux_accounts::examine(const client_identity& identity) 
 }
 
 bool linux_accounts::is_administrator(const client_identity& identity, const std::vector<gid_t>& groups) {
-    const bool by_mechanism = identity.standing ? identity.standing->administrator() : identity.administrator;
-    if (by_mechanism || (identity.local && identity.uid == 0)) {
+    if (identity.local && identity.uid == 0) {
         return true;
     }
     const auto names_the_caller = [&](const std::string& principal) { return equal_without_case(principal, identity.name); };

@@ -18,22 +18,30 @@ public:
     account_standing(std::shared_ptr<account_source> accounts, std::u16string name)
         : accounts_(std::move(accounts)), name_(std::move(name)) {}
 
-    [[nodiscard]] bool administrator() override {
+    [[nodiscard]] rank now() override {
         const std::uint64_t generation = accounts_->generation();
         std::uint64_t known = known_.load(std::memory_order_relaxed);
-        if (known >> 1 != generation + 1) {
-            const std::optional<account> found = accounts_->find(name_);
-            const bool administrator = found && !found->disabled && found->administrator;
-            known = (generation + 1) << 1 | (administrator ? 1U : 0U);
+        if (known >> rank_bits != generation + 1) {
+            known = (generation + 1) << rank_bits | static_cast<std::uint64_t>(look_up());
             known_.store(known, std::memory_order_relaxed);
         }
-        return (known & 1) != 0;
+        return static_cast<rank>(known & ((1U << rank_bits) - 1));
     }
 
 private:
+    static constexpr unsigned rank_bits = 2;
+
+    [[nodiscard]] rank look_up() const {
+        const std::optional<account> found = accounts_->find(name_);
+        if (!found || found->disabled) {
+            return rank::shut_out;
+        }
+        return found->administrator ? rank::administrator : rank::known;
+    }
+
     std::shared_ptr<account_source> accounts_;
     std::u16string name_;
-    std::atomic<std::uint64_t> known_{0};  ///< the generation and one, and in the lowest bit the answer; 0: nothing is known yet
+    std::atomic<std::uint64_t> known_{0};  ///< the generation and one, and in the lowest bits the answer; 0: nothing is known yet
 };
 
 namespace flag = ntlm::flag;

@@ -18,9 +18,14 @@ enum class auth_level : std::uint8_t { none = 1, connect = 2, call = 3, packet =
 /// from any thread: several calls of a connection may be served at a time.
 class caller_standing {
 public:
+    enum class rank : std::uint8_t {
+        shut_out,      ///< the caller couldn't prove who it is any more: it counts for nothing, whatever else is known of it
+        known,         ///< others decide whether it is an administrator
+        administrator  ///< by the mechanism's own word
+    };
+
     virtual ~caller_standing() = default;
-    /// Whether the caller is an administrator now, by the mechanism's own word.
-    [[nodiscard]] virtual bool administrator() = 0;
+    [[nodiscard]] virtual rank now() = 0;
 };
 
 /// Who calls, as the mechanism has proved it.

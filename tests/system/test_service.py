@@ -122,8 +122,7 @@ class Service(unittest.TestCase):
 
         mover = threading.Thread(target=move)
         mover.start()
-        self.wait_for_log(server, "[SoapEnter] MoveToSlot")
-        time.sleep(0.2)
+        self.wait_for_log(server, "Begin to move tape.")
         self.stopped(server)
         mover.join(SOON)
         self.assertFalse(mover.is_alive(), "the client hangs after the server's end")
@@ -231,8 +230,11 @@ class DebugMode(unittest.TestCase):
         server = TapeServer(start=False)
         self.addCleanup(server.close)
         server.start(namespace=("nohup",))
+        status = pathlib.Path(f"/proc/{server.process.pid}/status").read_text(encoding="utf-8")
+        ignored, held = (int(re.search(rf"{name}:\s+(\w+)", status)[1], 16) for name in ("SigIgn", "SigBlk"))
+        self.assertTrue(ignored & 1 << signal.SIGHUP - 1)
+        self.assertFalse(held & 1 << signal.SIGHUP - 1)
         server.process.send_signal(signal.SIGHUP)
-        time.sleep(0.3)
         socket.create_connection(("127.0.0.1", server.port), 1).close()
         self.assertEqual(server.stop(), 0)
 

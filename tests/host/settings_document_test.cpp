@@ -6,11 +6,13 @@
 
 #include "foundation/text/conversion.h"
 #include "foundation/util/product_options.h"
+#include "platform/testing/fakes.h"
 #include "support/source_folder.h"
 
 namespace {
 
 TEST(SettingsDocument, NamesEveryOption) {
+    const platform::testing::test_system system;
     std::ifstream file(test_support::source_folder() / "docs" / "settings.md");
     const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     ASSERT_FALSE(text.empty());

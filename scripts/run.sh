@@ -37,6 +37,7 @@ Windows Registry Editor Version 5.00
 [HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarno\\Tarno Backup Tape\\Access]
 "ListenAddress"="127.0.0.1"
 "LocalSocket"="$demo/rpc.sock"
+"EndpointMapperPort"=dword:00000000
 "Accounts"="$demo/accounts"
 REG
 (umask 077; head -c 18 /dev/urandom | base64 >"$demo/password")

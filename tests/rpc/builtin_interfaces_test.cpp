@@ -1,9 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "platform/linux/rpc/endpoint_mapper.h"
+#include "platform/linux/rpc/listener.h"
 #include "platform/linux/rpc/rpc_client.h"
 #include "rpc/support/test_server.h"
 
@@ -52,6 +54,34 @@ TEST_F(BuiltinInterfacesTest, MapGivesTheTowerWithPortAndAddress) {
     raw_writer expected;
     expected.zeros(20).u32(1).u32(4).u32(0).u32(1).u32(1).u32(75).u32(75).raw(tower).zeros(1).u32(0);
     EXPECT_EQ(got, expected.data);
+}
+
+TEST_F(BuiltinInterfacesTest, APortOfItsOwnAnswersWithTheEndpoint) {
+    const std::uint16_t free_port = [] {
+        listening_socket probe;
+        EXPECT_EQ(probe.open_tcp("127.0.0.1", 0), 0U);
+        return probe.port();
+    }();
+    rpc_server_options options = loopback_options();
+    options.endpoint_mapper_port = free_port;
+    test_server mapped(options);
+    auto client = rpc_client::connect_tcp("127.0.0.1", free_port, 10s);
+    client.bind(mapper_id, 10s);
+    const bytes got = client.call(3, map_request(tower_for(test_interface, 0, bytes(4))), 10s);
+    const bytes tower = tower_for(test_interface, mapped.port(), {127, 0, 0, 1});
+    ASSERT_GE(got.size(), tower.size());
+    EXPECT_NE(std::search(got.begin(), got.end(), tower.begin(), tower.end()), got.end());
+}
+
+TEST_F(BuiltinInterfacesTest, AMappersPortThatIsTakenIsToldAndHarmsNothing) {
+    rpc_server_options options = loopback_options();
+    options.endpoint_mapper_port = server.port();
+    test_server other(options);
+    EXPECT_THAT(other.events(),
+                testing::Contains("The endpoint mapper's port " + std::to_string(server.port()) + " cannot be used: status 1740."));
+    auto client = rpc_client::connect_tcp("127.0.0.1", other.port(), 10s);
+    client.bind(mapper_id, 10s);
+    EXPECT_FALSE(client.call(3, map_request(tower_for(test_interface, 0, bytes(4))), 10s).empty());
 }
 
 TEST_F(BuiltinInterfacesTest, MapOfWhatIsNotHereSaysSo) {

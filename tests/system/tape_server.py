@@ -69,6 +69,7 @@ class TapeServer:
         lines += ["", f"[{TAPE_KEY}\\Devices]", '"ScsiGeneric"=dword:00000000',
                   f'"VirtualLibrary"={quoted(";".join(str(path) for path in self.libraries))}', f'"Iscsi"={quoted(iscsi)}']
         lines += ["", f"[{TAPE_KEY}\\Access]", '"ListenAddress"="127.0.0.1"', f'"LocalSocket"={quoted(self.socket_path)}',
+                  '"EndpointMapperPort"=dword:00000000',
                   f'"Accounts"={quoted(self.folder / "accounts")}', *setting_lines(access or {}), ""]
         settings = self.folder / "settings.reg"
         settings.write_text("\n".join(lines), encoding="utf-8")

@@ -166,6 +166,11 @@ linux_settings read_linux_settings(registry& from, const std::string& file) {
     const key_reader access(from, access_key, file);
     settings.listen_address = access.text(u"ListenAddress").value_or(settings.listen_address);
     settings.local_socket = beside(file, access.text(u"LocalSocket").value_or(settings.local_socket));
+    const std::uint32_t mapper_port = access.number(u"EndpointMapperPort").value_or(settings.endpoint_mapper_port);
+    if (mapper_port > 65535) {
+        access.refuse(u"EndpointMapperPort", "must be between 0 and 65535.");
+    }
+    settings.endpoint_mapper_port = static_cast<std::uint16_t>(mapper_port);
     access.list(u"AdministratorGroups", settings.administrator_groups);
     settings.accounts = beside(file, access.text(u"Accounts").value_or(settings.accounts));
     settings.keytab = beside(file, access.text(u"Keytab").value_or(settings.keytab));

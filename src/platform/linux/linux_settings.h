@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,6 +23,7 @@ struct linux_settings {
     std::vector<std::string> virtual_libraries;             ///< Devices\VirtualLibrary: folders
     std::vector<std::string> without_driver;                ///< Devices\WithoutDriver: serials of changers
     std::string listen_address;                             ///< Access\ListenAddress; empty: all addresses
+    std::uint16_t endpoint_mapper_port = 135;               ///< Access\EndpointMapperPort; 0: none
     std::string local_socket = "/run/tarno-tape/rpc.sock";  ///< Access\LocalSocket; empty: none
     std::vector<std::string> administrator_groups{"root", "wheel", "sudo"};  ///< Access\AdministratorGroups
     std::string accounts = "/etc/tarno-tape/accounts";                       ///< Access\Accounts

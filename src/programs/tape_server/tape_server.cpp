@@ -132,6 +132,7 @@ void assembled_system::add_rpc() {
     platform::linux_rpc::rpc_server_options options;
     options.listen_address = settings.listen_address;
     options.local_socket = settings.local_socket;
+    options.endpoint_mapper_port = settings.endpoint_mapper_port;
     options.network_threads = std::clamp(boost::thread::hardware_concurrency(), 1U, most_network_threads);
     options.limits = settings.limits;
     options.on_event = platform::linux_rpc::throttled(undisturbed([](const std::string& sentence) { g_rpcLog.LogInfo(sentence); }));

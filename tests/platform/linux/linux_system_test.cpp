@@ -108,7 +108,10 @@ TEST(LinuxSettings, EveryLimitIsRead) {
         registry.set_dword(access_path, name, ++value);
     }
     registry.set_dword(access_path, "MaxCalls", 7);
-    const linux_rpc::rpc_limits limits = read_linux_settings(registry, "/etc/x.reg").limits;
+    registry.set_dword(access_path, "EndpointMapperPort", 0);
+    const linux_settings settings = read_linux_settings(registry, "/etc/x.reg");
+    EXPECT_EQ(settings.endpoint_mapper_port, 0U);
+    const linux_rpc::rpc_limits& limits = settings.limits;
     EXPECT_EQ(limits.connections, 5001U);
     EXPECT_EQ(limits.connections_per_address, 5002U);
     EXPECT_EQ(limits.request_bytes, 5003U);
@@ -133,6 +136,7 @@ TEST(LinuxSettings, RefuseALimitOutOfItsBounds) {
         return {};
     };
     const std::string key = "/etc/x.reg: The value SOFTWARE\\Tarno\\Tarno Backup Tape\\Access\\";
+    EXPECT_EQ(told("EndpointMapperPort", 65536), key + "EndpointMapperPort must be between 0 and 65535.");
     EXPECT_EQ(told("MaxCalls", 0), key + "MaxCalls must be between 1 and 1234.");
     EXPECT_EQ(told("MaxCalls", 1235), key + "MaxCalls must be between 1 and 1234.");
     EXPECT_EQ(told("MaxRequestBytes", 4095), key + "MaxRequestBytes must be between 4096 and 1073741824.");

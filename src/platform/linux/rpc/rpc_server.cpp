@@ -102,6 +102,7 @@ struct rpc_server::state {
     void limit_connections();
     void start_threads(std::size_t min_threads, std::size_t max_calls);
     void open_local_socket();
+    void open_mapper_port();
     void serve_endpoints();
     void stop();
 
@@ -153,6 +154,23 @@ void rpc_server::state::open_local_socket() {
         endpoints.push_back(std::move(socket));
     } else {
         core.report("The local socket '" + options.local_socket + "' cannot be used: status " + std::to_string(local_status) + ".");
+    }
+}
+
+/// Where clients ask that know the interface and not its port. Another program may serve there already, and the machine's rules may
+/// forbid it.
+void rpc_server::state::open_mapper_port() {
+    const std::uint16_t port = options.endpoint_mapper_port;
+    if (port == 0 || ports.empty() || std::find(ports.begin(), ports.end(), port) != ports.end()) {
+        return;
+    }
+    listening_socket socket;
+    const std::uint32_t status = socket.open_tcp(options.listen_address, port);
+    if (status == rpc_status::ok) {
+        endpoints.push_back(std::move(socket));
+    } else {
+        core.report("The endpoint mapper's port " + std::to_string(port) + " cannot be used: status " + std::to_string(status) +
+                    ".");
     }
 }
 
@@ -262,6 +280,7 @@ std::uint32_t rpc_server::listen(std::uint32_t min_threads, std::uint32_t max_ca
     state_->limit_connections();
     state_->start_threads(min_threads, std::min<std::size_t>(max_calls, state_->options.limits.calls));
     state_->open_local_socket();
+    state_->open_mapper_port();
     state_->core.secondary_address = state_->ports.empty() ? std::string() : std::to_string(state_->ports.front());
     state_->core.listening = true;
     state_->serve_endpoints();

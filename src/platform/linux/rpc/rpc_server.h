@@ -15,9 +15,10 @@
 namespace platform::linux_rpc {
 
 struct rpc_server_options {
-    std::string listen_address;       ///< numeric address of the TCP endpoints; empty: all addresses of the machine
-    std::string local_socket;         ///< path of the Unix-domain socket; empty: none
-    mode_t local_socket_mode = 0666;  ///< who may connect to it; who may do anything is another question
+    std::string listen_address;              ///< numeric address of the TCP endpoints; empty: all addresses of the machine
+    std::string local_socket;                ///< path of the Unix-domain socket; empty: none
+    mode_t local_socket_mode = 0666;         ///< who may connect to it; who may do anything is another question
+    std::uint16_t endpoint_mapper_port = 0;  ///< another TCP port, 135 as a rule, for clients that ask it for the endpoint; 0: none
     std::size_t network_threads = 1;
     rpc_limits limits;
     event_sink on_event;  ///< may be empty
@@ -45,7 +46,7 @@ public:
     std::uint32_t register_in_endpoint_mapper(const rpc_interface& offered, const std::u16string& annotation) override;
     std::uint32_t inquire_bindings() override;
     std::uint32_t register_authentication(const std::u16string& principal, std::uint32_t service) override;
-    /// A local socket that can't be had is reported as an event and doesn't fail the start.
+    /// A local socket or an endpoint mapper's port that can't be had is reported as an event and doesn't fail the start.
     std::uint32_t listen(std::uint32_t min_threads, std::uint32_t max_calls) override;
     /// Closes the endpoints, the file of the local socket included, and forgets them. Connections end at once, or when the
     /// call that they wait for has been answered.

@@ -28,21 +28,6 @@ using platform::linux_rpc::rpc_client;
 constexpr std::chrono::seconds call_time_out{60};
 constexpr char owner[] = "BENCH";
 
-std::uint16_t free_port() {
-    const int probe = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof(address);
-    const bool bound = bind(probe, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
-                       getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size) == 0;
-    close(probe);
-    if (!bound) {
-        fail("There is no free port.");
-    }
-    return ntohs(address.sin_port);
-}
-
 /// In the child process: becomes the server, which ends with its parent.
 [[noreturn]] void run_server(const std::vector<std::string>& words) {
     std::vector<char*> arguments;
@@ -58,13 +43,28 @@ std::uint16_t free_port() {
 
 }  // namespace
 
+std::uint16_t free_port() {
+    const int probe = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof(address);
+    const bool bound = bind(probe, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
+                       getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size) == 0;
+    close(probe);
+    if (!bound) {
+        fail("There is no free port.");
+    }
+    return ntohs(address.sin_port);
+}
+
 void write_settings(const fs::path& file, const std::string& libraries) {
     std::ofstream reg(file);
     reg << "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarno\\Tarno Backup Tape]\n\n"
         << "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarno\\Tarno Backup "
            "Tape\\Devices]\n\"ScsiGeneric\"=dword:00000000\n\"VirtualLibrary\"=\""
         << libraries << "\"\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarno\\Tarno Backup Tape\\Access]\n"
-        << "\"ListenAddress\"=\"127.0.0.1\"\n\"LocalSocket\"=\"rpc.sock\"\n\"Accounts\"=\"accounts\"\n";
+        << "\"ListenAddress\"=\"127.0.0.1\"\n\"LocalSocket\"=\"rpc.sock\"\n\"EndpointMapperPort\"=dword:00000000\n\"Accounts\"=\"accounts\"\n";
 }
 
 server_process::server_process(const fs::path& program, const fs::path& folder)

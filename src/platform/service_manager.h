@@ -44,9 +44,9 @@ public:
     virtual ~service_manager() = default;
 
     /// Connects the process to its manager, runs `service_main` on a thread of its own and brings the manager's controls to the
-    /// handler, on the calling thread. Returns true as soon as the service has reported that it is stopped, whatever its main is
-    /// doing then. False, at once and without a call of `service_main`, when no manager started this process; the reason is in the
-    /// last error. Done at most once in a process.
+    /// handler, on the calling thread. Returns true once the service has reported that it is stopped. False, at once and without a
+    /// call of `service_main`, when no manager started this process; the reason is in the last error. Done at most once in a
+    /// process.
     [[nodiscard]] virtual bool run_dispatcher(const std::string& service_name, std::function<void()> service_main) = 0;
 
     /// From within the service's main: names what takes the controls from now on. 0 on failure, with the reason in the last error.

@@ -29,6 +29,15 @@ STOP_LINES = ["SCM: Processing request to stop service.", "Stopping RPC server."
               "Shutting down service context.", "Context was cleared.", "Tape service is stopped."]
 
 
+def taken_port(server):
+    """Gives the server a port that somebody else listens on: the returned socket."""
+    other = socket.socket()
+    other.bind(("127.0.0.1", 0))
+    other.listen(1)
+    server.port = other.getsockname()[1]
+    return other
+
+
 class Service(unittest.TestCase):
     def server(self, **options):
         server = ManagedServer(**options)
@@ -157,9 +166,7 @@ class Service(unittest.TestCase):
 
     def test_port_that_stays_taken(self):
         server = self.server()
-        with socket.socket() as other:
-            other.bind(("127.0.0.1", server.port))
-            other.listen(1)
+        with taken_port(server):
             began = time.monotonic()
             server.launch()
             self.assertEqual(server.manager.until(f"STATUS={FAILED[-1]['STATUS']}"), [*START, *FAILED])
@@ -174,9 +181,7 @@ class Service(unittest.TestCase):
 
     def test_port_that_is_released_in_time(self):
         server = self.server()
-        with socket.socket() as other:
-            other.bind(("127.0.0.1", server.port))
-            other.listen(1)
+        with taken_port(server):
             server.launch()
             self.assertEqual([server.manager.message(), server.manager.message()], START)
             self.wait_for_log(server, "Waiting for endpoint to be released")
@@ -186,9 +191,7 @@ class Service(unittest.TestCase):
 
     def test_stop_during_the_start(self):
         server = self.server()
-        with socket.socket() as other:
-            other.bind(("127.0.0.1", server.port))
-            other.listen(1)
+        with taken_port(server):
             server.launch()
             self.wait_for_log(server, "Waiting for endpoint to be released")
             server.process.terminate()
@@ -264,11 +267,11 @@ class Unit(unittest.TestCase):
             self.skipTest("only root can give capabilities up")
         server = ManagedServer()
         self.addCleanup(server.close)
-        server.start(namespace=("setpriv", "--bounding-set=-all,+sys_rawio", "--inh-caps=-all", "--no-new-privs", "sh", "-c",
+        server.start(namespace=("setpriv", "--bounding-set=-all,+sys_rawio,+net_bind_service", "--inh-caps=-all", "--no-new-privs", "sh", "-c",
                                 'umask 0077; ulimit -n 4096; exec "$0" "$@"'))
         status = pathlib.Path(f"/proc/{server.process.pid}/status").read_text(encoding="utf-8")
-        self.assertRegex(status, r"CapBnd:\s+0000000000020000")
-        self.assertRegex(status, r"CapEff:\s+0000000000020000")
+        self.assertRegex(status, r"CapBnd:\s+0000000000020400")
+        self.assertRegex(status, r"CapEff:\s+0000000000020400")
         result = server.console("changers")
         self.assertEqual(result.returncode, 0, result.stderr)
         server.process.terminate()

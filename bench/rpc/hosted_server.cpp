@@ -47,7 +47,8 @@ void write_settings(const std::string& folder) {
     std::ofstream reg(folder + "/settings.reg");
     reg << "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarno\\Tarno Backup Tape\\Devices]\n"
         << "\"ScsiGeneric\"=dword:00000000\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarno\\Tarno Backup Tape\\Access]\n"
-        << "\"ListenAddress\"=\"127.0.0.1\"\n\"LocalSocket\"=\"\"\n\"EndpointMapperPort\"=dword:00000000\n\"Accounts\"=\"accounts\"\n";
+        << "\"ListenAddress\"=\"127.0.0.1\"\n\"LocalSocket\"=\"\"\n\"EndpointMapperPort\"=dword:00000000\n\"Accounts\"="
+           "\"accounts\"\n";
 }
 
 void write_account(const std::string& folder) {

@@ -64,7 +64,8 @@ void write_settings(const fs::path& file, const std::string& libraries) {
         << "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarno\\Tarno Backup "
            "Tape\\Devices]\n\"ScsiGeneric\"=dword:00000000\n\"VirtualLibrary\"=\""
         << libraries << "\"\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarno\\Tarno Backup Tape\\Access]\n"
-        << "\"ListenAddress\"=\"127.0.0.1\"\n\"LocalSocket\"=\"rpc.sock\"\n\"EndpointMapperPort\"=dword:00000000\n\"Accounts\"=\"accounts\"\n";
+        << "\"ListenAddress\"=\"127.0.0.1\"\n\"LocalSocket\"=\"rpc.sock\"\n\"EndpointMapperPort\"=dword:00000000\n\"Accounts\"="
+           "\"accounts\"\n";
 }
 
 server_process::server_process(const fs::path& program, const fs::path& folder)

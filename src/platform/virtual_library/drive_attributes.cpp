@@ -10,8 +10,8 @@ namespace platform::tape_library {
 
 namespace {
 
+// 1, between these, lists the identifiers alone.
 constexpr std::uint8_t values_action = 0x00;
-constexpr std::uint8_t list_action = 0x01;
 constexpr std::uint8_t volumes_action = 0x02;
 constexpr std::uint8_t partitions_action = 0x03;
 

@@ -27,7 +27,7 @@ public:
         int idle_ms = 2000;            ///< between two calls of `idle`
     };
 
-    systemd_manager() = default;
+    systemd_manager() : systemd_manager(hooks{}) {}
     explicit systemd_manager(hooks of_program) : hooks_(std::move(of_program)) {}
 
     /// Last error without a manager: 1063.

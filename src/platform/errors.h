@@ -37,6 +37,7 @@ inline constexpr std::uint32_t busy = 170;
 inline constexpr std::uint32_t already_exists = 183;
 inline constexpr std::uint32_t more_data = 234;
 inline constexpr std::uint32_t no_more_items = 259;
+inline constexpr std::uint32_t too_many_posts = 298;
 inline constexpr std::uint32_t io_pending = 997;
 inline constexpr std::uint32_t no_unicode_translation = 1113;
 inline constexpr std::uint32_t end_of_media = 1100;

@@ -8,6 +8,7 @@ class com_runtime;
 class debug_output;
 class devices;
 class errors;
+class events;
 class files;
 class plug_and_play;
 class process;
@@ -16,6 +17,7 @@ class rpc_runtime;
 class service_manager;
 class tape_functions;
 class text_encoding;
+class threads;
 
 /// The set of implementations that the process runs on. Not owned: whoever installs a set keeps its parts alive for as
 /// long as the set is current.
@@ -26,6 +28,7 @@ struct system_set {
     platform::debug_output* debug_output = nullptr;
     platform::devices* devices = nullptr;
     platform::errors* errors = nullptr;
+    platform::events* events = nullptr;
     platform::files* files = nullptr;
     platform::plug_and_play* plug_and_play = nullptr;
     platform::process* process = nullptr;
@@ -34,6 +37,7 @@ struct system_set {
     platform::service_manager* service_manager = nullptr;
     platform::tape_functions* tape_functions = nullptr;
     platform::text_encoding* text_encoding = nullptr;
+    platform::threads* threads = nullptr;
 };
 
 /// The current set. Read from any thread without a lock: it changes only while no other thread of the system runs.

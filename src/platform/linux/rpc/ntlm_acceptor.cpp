@@ -154,18 +154,11 @@ bool ntlm_acceptor::agreed_to_sign() const {
 }
 
 std::vector<std::uint8_t> ntlm_acceptor::sign_list(std::span<const std::uint8_t> list) {
-    if (!session_) {
-        return {};
-    }
-    std::vector<std::uint8_t> text(list.begin(), list.end());
-    std::vector<std::uint8_t> signature(ntlm_session::signature_size);
-    session_->protect(text, {}, std::span(signature).first<ntlm_session::signature_size>());
-    return signature;
+    return session_ ? session_->sign(list) : std::vector<std::uint8_t>();
 }
 
 bool ntlm_acceptor::check_list(std::span<const std::uint8_t> list, std::span<const std::uint8_t> signature) {
-    std::vector<std::uint8_t> text(list.begin(), list.end());
-    return session_ && session_->unprotect(text, {}, signature);
+    return session_ && session_->verify(list, signature);
 }
 
 void ntlm_acceptor::list_is_signed() {

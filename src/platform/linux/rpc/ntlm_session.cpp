@@ -78,8 +78,24 @@ bool ntlm_session::unprotect(std::span<std::uint8_t> message, std::span<std::uin
         return false;
     }
     incoming_.sealing.apply(secret);
+    return matches(message, signature);
+}
+
+std::vector<std::uint8_t> ntlm_session::sign(std::span<const std::uint8_t> text) {
     std::array<std::uint8_t, checksum_size> checksum{};
-    incoming_.sign(message, checksum);
+    outgoing_.sign(text, checksum);
+    std::vector<std::uint8_t> signature(signature_size);
+    finish(outgoing_, checksum, std::span(signature).first<signature_size>());
+    return signature;
+}
+
+bool ntlm_session::verify(std::span<const std::uint8_t> text, std::span<const std::uint8_t> signature) {
+    return !broken_ && matches(text, signature);
+}
+
+bool ntlm_session::matches(byte_view plain_text, std::span<const std::uint8_t> signature) {
+    std::array<std::uint8_t, checksum_size> checksum{};
+    incoming_.sign(plain_text, checksum);
     std::array<std::uint8_t, signature_size> expected{};
     finish(incoming_, checksum, expected);
     broken_ = !equal_constant_time(expected, signature);

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <span>
+#include <vector>
 
 #include "platform/linux/rpc/ntlm_crypto.h"
 
@@ -18,8 +19,7 @@ public:
     /// `flags` are the negotiated ones: they decide on the strength of the sealing keys and on the encryption of the checksums.
     ntlm_session(ntlm_role role, std::uint32_t flags, const secret_key& exported_session_key);
 
-    /// Signs an outgoing message over its plain text, then encrypts `secret`, a range within it, in place. An empty range gives
-    /// a signature only.
+    /// Signs an outgoing message over its plain text, then encrypts `secret`, a range within it, in place.
     void protect(std::span<std::uint8_t> message, std::span<std::uint8_t> secret,
                  std::span<std::uint8_t, signature_size> signature);
 
@@ -27,6 +27,10 @@ public:
     /// false the streams are out of step, and every further message fails too.
     [[nodiscard]] bool unprotect(std::span<std::uint8_t> message, std::span<std::uint8_t> secret,
                                  std::span<const std::uint8_t> signature);
+
+    /// The same for a text that travels in the clear.
+    [[nodiscard]] std::vector<std::uint8_t> sign(std::span<const std::uint8_t> text);
+    [[nodiscard]] bool verify(std::span<const std::uint8_t> text, std::span<const std::uint8_t> signature);
 
     /// Begins the key streams of both directions anew, while the sequence numbers go on: what Negotiate does behind the
     /// signatures over its list of mechanisms.
@@ -43,6 +47,7 @@ private:
         std::uint32_t sequence = 0;
     };
 
+    [[nodiscard]] bool matches(byte_view plain_text, std::span<const std::uint8_t> signature);
     void finish(direction& way, std::span<const std::uint8_t, 8> checksum, std::span<std::uint8_t, signature_size> signature) const;
 
     bool encrypts_checksum_;

@@ -24,6 +24,24 @@ byte_vector joined(std::initializer_list<byte_vector> parts) {
     return whole;
 }
 
+/// The end of the volume statistics, from parameter 0x16: the capacities in MB, four bytes each, whole and partition by partition.
+byte_vector capacity_parameters(const byte_vector& nominal, const byte_vector& used, const byte_vector& remaining) {
+    return joined({{0x00, 0x16, 3, 4},
+                   nominal,
+                   {0x00, 0x17, 3, 4},
+                   used,
+                   {0x00, 0x42, 1, 32},
+                   barcode,
+                   {0x00, 0x80, 3, 1, 0},
+                   {0x00, 0x81, 3, 1, 0},
+                   {0x02, 0x02, 3, 8, 7, 0, 0, 0},
+                   nominal,
+                   {0x02, 0x03, 3, 8, 7, 0, 0, 0},
+                   used,
+                   {0x02, 0x04, 3, 8, 7, 0, 0, 0},
+                   remaining});
+}
+
 }  // namespace
 
 /// The first drive holds a tape of 12,000,000 MB (11,444,092 MiB) of which 5,722,046 MiB are used.
@@ -254,20 +272,7 @@ TEST_F(drive_log_test, tells_the_volumes_statistics) {
                                   {0x00, 0x01, 2, 4, 0, 0, 0, 1},
                                   {0x00, 0x10, 2, 8, 0, 0, 0, 0x12, 0x34, 0x56, 0x78, 0x9A},
                                   {0x00, 0x11, 2, 8, 0, 0, 0, 0, 0, 0, 0, 0x21},
-                                  {0x00, 0x16, 3, 4},
-                                  capacity,
-                                  {0x00, 0x17, 3, 4},
-                                  half,
-                                  {0x00, 0x42, 1, 32},
-                                  barcode,
-                                  {0x00, 0x80, 3, 1, 0},
-                                  {0x00, 0x81, 3, 1, 0},
-                                  {0x02, 0x02, 3, 8, 7, 0, 0, 0},
-                                  capacity,
-                                  {0x02, 0x03, 3, 8, 7, 0, 0, 0},
-                                  half,
-                                  {0x02, 0x04, 3, 8, 7, 0, 0, 0},
-                                  half}));
+                                  capacity_parameters(capacity, half, half)}));
     ASSERT_EQ(result(*drive, {0x1B, 0, 0, 0, 0, 0}), "ok");
     const byte_vector without = page(0x17);
     ASSERT_EQ(without.size(), 139U);
@@ -282,21 +287,7 @@ TEST_F(drive_log_test, does_not_wrap_a_capacity_that_is_too_large) {
     start(value);
     const byte_vector too_much{0xFF, 0xFF, 0xFF, 0xFF};
     const byte_vector used{0, 0x5B, 0x8D, 0x80};
-    EXPECT_EQ(page(0x17, cumulative, 0x16), joined({{0x17, 0, 0, 98},
-                                                    {0x00, 0x16, 3, 4},
-                                                    too_much,
-                                                    {0x00, 0x17, 3, 4},
-                                                    used,
-                                                    {0x00, 0x42, 1, 32},
-                                                    barcode,
-                                                    {0x00, 0x80, 3, 1, 0},
-                                                    {0x00, 0x81, 3, 1, 0},
-                                                    {0x02, 0x02, 3, 8, 7, 0, 0, 0},
-                                                    too_much,
-                                                    {0x02, 0x03, 3, 8, 7, 0, 0, 0},
-                                                    used,
-                                                    {0x02, 0x04, 3, 8, 7, 0, 0, 0},
-                                                    too_much}));
+    EXPECT_EQ(page(0x17, cumulative, 0x16), joined({{0x17, 0, 0, 98}, capacity_parameters(too_much, used, too_much)}));
     EXPECT_EQ(page(0x0C, cumulative, 5).at(8), 0xFF);
 }
 

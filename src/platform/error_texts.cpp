@@ -72,6 +72,7 @@ constexpr numbered_text texts[] = {
     {258, "The wait operation timed out."},
     {259, "No more data is available."},
     {267, "The directory name is invalid."},
+    {298, "Too many posts were made to a semaphore."},
     {433, "A device which does not exist was specified."},
     {483, "The request failed due to a fatal device hardware error."},
     {487, "Attempt to access invalid address."},

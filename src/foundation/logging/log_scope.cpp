@@ -1,5 +1,6 @@
 #include "foundation/logging/log_scope.h"
 
+#include "foundation/logging/quietly.h"
 #include "foundation/text/format_message.h"
 
 namespace logging {
@@ -40,12 +41,7 @@ log_scope_t::log_scope_t(const log_writer_t& writer, std::string_view pattern, s
 
 log_scope_t::~log_scope_t() {
     activity_.end();
-    try {
-        fail();
-    } catch (const std::exception&) {
-        // A failed look at the log's size; the next entry's writer hears of it, and an exception may be on its way here.
-        return;
-    }
+    quietly([this] { fail(); });
 }
 
 bool log_scope_t::finish() {

@@ -1,5 +1,6 @@
 #include "foundation/monitoring/activity_scope.h"
 
+#include "foundation/logging/quietly.h"
 #include "foundation/logging/writers.h"
 
 namespace monitoring {
@@ -11,12 +12,7 @@ activity_scope_t::~activity_scope_t() {
     if (finished_) {
         return;
     }
-    try {
-        g_daemonLog.LogInfo(text_ + " Failed.");
-    } catch (const std::exception&) {
-        // A failed look at the log's size; an exception may be on its way here.
-        return;
-    }
+    logging::quietly([this] { g_daemonLog.LogInfo(text_ + " Failed."); });
 }
 
 }  // namespace monitoring

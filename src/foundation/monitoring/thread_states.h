@@ -3,6 +3,7 @@
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/mutex.hpp>
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <stack>
@@ -40,11 +41,25 @@ public:
     [[nodiscard]] boost::shared_ptr<CThreadState> current() const;
     /// Whether starts and ends of threads go to the log.
     [[nodiscard]] bool log_threads() const { return log_threads_; }
+    void set_log_threads(bool log) { log_threads_ = log; }
 
 private:
     mutable boost::mutex mutex_;
     std::map<std::uint32_t, boost::shared_ptr<CThreadState>> states_;
-    bool log_threads_ = true;
+    std::atomic<bool> log_threads_{true};
+};
+
+/// A thread's entry in the table for as long as the thread works, told to the log at both ends. A log that fails changes nothing.
+class CThreadStateRegistration {
+public:
+    CThreadStateRegistration(std::uint32_t thread_id, std::uint32_t parent_id, std::string_view role);
+    ~CThreadStateRegistration();
+    CThreadStateRegistration(const CThreadStateRegistration&) = delete;
+    CThreadStateRegistration& operator=(const CThreadStateRegistration&) = delete;
+
+private:
+    const std::uint32_t thread_id_;
+    const std::string role_;
 };
 
 /// Puts a text on the calling thread's activity stack for a scope; does nothing on a thread that isn't registered. Made and

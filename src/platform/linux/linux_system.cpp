@@ -86,10 +86,12 @@ linux_system::linux_system(const system_paths& paths)
     set_.com_runtime = &com_runtime_;
     set_.debug_output = &debug_output_;
     set_.errors = &errors_;
+    set_.events = &events_;
     set_.files = &files_;
     set_.process = &process_;
     set_.registry = &registry_;
     set_.text_encoding = &text_encoding_;
+    set_.threads = &threads_;
 }
 
 }  // namespace platform::linux_os

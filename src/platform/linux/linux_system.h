@@ -7,11 +7,13 @@
 #include "platform/linux/com_runtime.h"
 #include "platform/linux/debug_output.h"
 #include "platform/linux/errors.h"
+#include "platform/linux/events.h"
 #include "platform/linux/files.h"
 #include "platform/linux/linux_settings.h"
 #include "platform/linux/process.h"
 #include "platform/linux/registry.h"
 #include "platform/linux/text_encoding.h"
+#include "platform/linux/threads.h"
 #include "platform/system.h"
 
 namespace platform::linux_os {
@@ -56,6 +58,8 @@ private:
     const system_paths paths_;
     linux_clock clock_;
     linux_errors errors_;
+    linux_events events_;
+    linux_threads threads_;
     linux_files files_;
     linux_process process_;
     linux_text_encoding text_encoding_;

@@ -5,11 +5,13 @@
 #include "platform/testing/fake_com_runtime.h"
 #include "platform/testing/fake_debug_output.h"
 #include "platform/testing/fake_errors.h"
+#include "platform/testing/fake_events.h"
 #include "platform/testing/fake_plug_and_play.h"
 #include "platform/testing/fake_process.h"
 #include "platform/testing/fake_rpc_runtime.h"
 #include "platform/testing/fake_service_manager.h"
 #include "platform/testing/fake_text_encoding.h"
+#include "platform/testing/fake_threads.h"
 #include "platform/testing/log_capture.h"
 #include "platform/testing/memory_files.h"
 #include "platform/testing/memory_registry.h"
@@ -38,6 +40,8 @@ public:
     fake_plug_and_play plug_and_play;
     fake_rpc_runtime rpc_runtime;
     fake_service_manager service_manager;
+    fake_events events{clock};
+    fake_threads threads;
 
     /// The set, for a test that wants to put something of its own in one place: change a copy and use `scoped_system`.
     [[nodiscard]] system_set fakes() {
@@ -48,6 +52,7 @@ public:
         set.debug_output = &debug_output;
         set.devices = &devices;
         set.errors = &errors;
+        set.events = &events;
         set.files = &files;
         set.plug_and_play = &plug_and_play;
         set.process = &process;
@@ -56,6 +61,7 @@ public:
         set.service_manager = &service_manager;
         set.tape_functions = &tape;
         set.text_encoding = &text_encoding;
+        set.threads = &threads;
         return set;
     }
 

@@ -1,5 +1,6 @@
 #include "platform/testing/virtual_clock.h"
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -45,19 +46,30 @@ void virtual_clock::sleep(std::int64_t milliseconds) {
     {
         const std::lock_guard lock(mutex_);
         sleeps_.push_back(milliseconds);
-        if (milliseconds > 0) {
-            now_ += milliseconds;
-        }
         hook = hook_;
     }
+    move(std::max<std::int64_t>(milliseconds, 0));
     if (hook) {
         hook(milliseconds);
     }
 }
 
 void virtual_clock::advance(std::int64_t milliseconds) {
-    const std::lock_guard lock(mutex_);
-    now_ += milliseconds;
+    move(milliseconds);
+}
+
+void virtual_clock::move(std::int64_t milliseconds) {
+    {
+        const std::lock_guard lock(mutex_);
+        now_ += milliseconds;
+    }
+    if (changed_) {
+        changed_();
+    }
+}
+
+void virtual_clock::on_change(std::function<void()> changed) {
+    changed_ = std::move(changed);
 }
 
 void virtual_clock::set_local(const local_time& now) {

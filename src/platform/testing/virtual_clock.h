@@ -26,6 +26,9 @@ public:
     /// Sets the wall clock; it moves on with the rest from here. One that isn't `valid` is given out as it is, for ever.
     void set_local(const local_time& now);
     void on_sleep(sleep_hook hook);
+    /// Runs after every movement, on the thread that caused it: for the fake whose time limits run on this clock. Empty for none;
+    /// set while no other thread moves the clock.
+    void on_change(std::function<void()> changed);
 
     /// Every sleep that was asked for, in order, those of 0 or less included.
     [[nodiscard]] std::vector<std::int64_t> sleeps() const;
@@ -33,6 +36,8 @@ public:
     void forget_sleeps();
 
 private:
+    void move(std::int64_t milliseconds);
+
     mutable std::mutex mutex_;
     /// Away from 0, so that code which takes 0 for "never" shows.
     std::int64_t now_ = 1'000'000;
@@ -40,6 +45,7 @@ private:
     local_time local_{true, 2026, 11, 16, 4, 31, 54};
     std::vector<std::int64_t> sleeps_;
     sleep_hook hook_;
+    std::function<void()> changed_;
 };
 
 }  // namespace platform::testing

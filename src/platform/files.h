@@ -46,7 +46,12 @@ public:
     virtual std::uint32_t truncate_here() = 0;
     /// Forces what was written to stable storage.
     virtual std::uint32_t flush() = 0;
+    /// What the system itself calls the open file; another one may bear the number when this one is closed. For records of what
+    /// happened, never to work with.
+    [[nodiscard]] virtual std::uint64_t number() const = 0;
 };
+
+class overlapped_file;
 
 /// The file system. Paths are UTF-16, as this system separates them. Error numbers as in errors.h; 32 when another
 /// process's sharing forbids the open. Callable from any thread; blocks as file operations do.
@@ -56,6 +61,9 @@ public:
 
     virtual std::uint32_t open_file(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
                                     std::unique_ptr<file>& opened) = 0;
+    /// The same, for operations that go on while the thread that began them does something else.
+    virtual std::uint32_t open_overlapped(const std::u16string& path, std::uint32_t access, std::uint32_t share,
+                                          file_open_mode mode, std::unique_ptr<overlapped_file>& opened) = 0;
 
     /// What the path names; whatever is no folder is a file. A path that leads through something absent names nothing. The root
     /// of a drive is a folder, with or without a separator behind it.

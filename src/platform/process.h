@@ -35,6 +35,8 @@ public:
     [[nodiscard]] virtual std::string os_description() = 0;
     /// Identity of the calling thread, unique among the live threads of the process and never 0.
     [[nodiscard]] virtual std::uint32_t current_thread_id() = 0;
+    /// Processors that threads of this process can run on, 1 at least.
+    [[nodiscard]] virtual std::uint32_t processor_count() = 0;
 };
 
 }  // namespace platform

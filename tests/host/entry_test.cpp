@@ -21,6 +21,7 @@ public:
     std::uint32_t process_id() override { return 0; }
     std::string os_description() override { return {}; }
     std::uint32_t current_thread_id() override { return 1; }
+    std::uint32_t processor_count() override { return 1; }
 };
 
 /// Reads the log's file as the entry writes it, without stamps.

@@ -42,6 +42,36 @@ int write_all(int number, std::span<const std::uint8_t> data, std::size_t& count
     return 0;
 }
 
+int write_all_at(int number, std::span<const std::uint8_t> data, std::int64_t offset, std::size_t& count) {
+    count = 0;
+    while (count < data.size()) {
+        const ssize_t written = pwrite(number, data.data() + count, data.size() - count, offset + static_cast<std::int64_t>(count));
+        if (written < 0 && errno != EINTR) {
+            return errno;
+        }
+        if (written == 0) {
+            return ENOSPC;
+        }
+        count += written > 0 ? static_cast<std::size_t>(written) : 0;
+    }
+    return 0;
+}
+
+int read_all_at(int number, std::span<std::uint8_t> data, std::int64_t offset, std::size_t& count) {
+    count = 0;
+    while (count < data.size()) {
+        const ssize_t got = pread(number, data.data() + count, data.size() - count, offset + static_cast<std::int64_t>(count));
+        if (got < 0 && errno != EINTR) {
+            return errno;
+        }
+        if (got == 0) {
+            return 0;
+        }
+        count += got > 0 ? static_cast<std::size_t>(got) : 0;
+    }
+    return 0;
+}
+
 int read_all(int number, std::size_t limit, std::string& content) {
     content.clear();
     std::array<char, 65536> block{};

@@ -36,6 +36,9 @@ private:
 int open_descriptor(const std::string& path, int flags, unsigned mode, descriptor& opened);
 /// Writes everything; `count` tells how much was written, also on failure.
 int write_all(int number, std::span<const std::uint8_t> data, std::size_t& count);
+/// The same at an offset; the descriptor's own position stays. A read ends early only at the end of the file.
+int write_all_at(int number, std::span<const std::uint8_t> data, std::int64_t offset, std::size_t& count);
+int read_all_at(int number, std::span<std::uint8_t> data, std::int64_t offset, std::size_t& count);
 /// Reads everything up to the end, at most `limit` bytes; EFBIG when there is more.
 int read_all(int number, std::size_t limit, std::string& content);
 /// Makes the names in a folder durable.

@@ -13,6 +13,7 @@
 #include "platform/linux/descriptor.h"
 #include "platform/linux/errors.h"
 #include "platform/linux/share_locks.h"
+#include "platform/overlapped_file.h"
 
 namespace platform::linux_os {
 
@@ -40,13 +41,33 @@ std::uint32_t path_error(int number, const std::string& path) {
     return from_errno(number);
 }
 
-class linux_file final : public file {
+/// An operation that the kernel has carried out in one go: it has no pending ones for files that are worth the name.
+class finished_operation final : public file_operation {
 public:
-    linux_file(descriptor opened, std::uint32_t access, std::string folder_to_sync)
-        : opened_(std::move(opened)), access_(access), folder_to_sync_(std::move(folder_to_sync)) {}
+    finished_operation(std::uint32_t outcome, std::size_t count) : outcome_(outcome), count_(count) {}
+
+    std::uint32_t wait(std::size_t& count) override {
+        count = count_;
+        return outcome_;
+    }
+
+private:
+    const std::uint32_t outcome_;
+    const std::size_t count_;
+};
+
+enum class file_style : std::uint8_t { positioned, overlapped };
+
+class linux_file final : public overlapped_file {
+public:
+    linux_file(descriptor opened, std::uint32_t access, file_style style, std::string folder_to_sync)
+        : opened_(std::move(opened)), access_(access), style_(style), folder_to_sync_(std::move(folder_to_sync)) {}
 
     std::uint32_t read(std::span<std::uint8_t> data, std::size_t& count) override {
         count = 0;
+        if (style_ == file_style::overlapped) {
+            return error::invalid_parameter;
+        }
         if ((access_ & file_access::read) == 0) {
             return error::access_denied;
         }
@@ -63,6 +84,9 @@ public:
 
     std::uint32_t write(std::span<const std::uint8_t> data, std::size_t& count) override {
         count = 0;
+        if (style_ == file_style::overlapped) {
+            return error::invalid_parameter;
+        }
         return may_write() ? from_errno(write_all(opened_.get(), data, count)) : error::access_denied;
     }
 
@@ -107,11 +131,45 @@ public:
         return error::success;
     }
 
+    [[nodiscard]] std::uint64_t number() const override { return static_cast<std::uint64_t>(opened_.get()); }
+
+    std::uint32_t begin_read(std::uint64_t offset, std::span<std::uint8_t> data, std::unique_ptr<file_operation>& begun) override {
+        if ((access_ & file_access::read) == 0) {
+            return error::access_denied;
+        }
+        if (!fits(offset, data.size())) {
+            return error::invalid_parameter;
+        }
+        std::size_t count = 0;
+        const std::uint32_t outcome = from_errno(read_all_at(opened_.get(), data, static_cast<off_t>(offset), count));
+        begun = std::make_unique<finished_operation>(outcome, count);
+        return error::success;
+    }
+
+    std::uint32_t begin_write(std::uint64_t offset, std::span<const std::uint8_t> data, wait_handle /*done*/,
+                              std::unique_ptr<file_operation>& begun) override {
+        if (!may_write()) {
+            return error::access_denied;
+        }
+        if (!fits(offset, data.size())) {
+            return error::invalid_parameter;
+        }
+        std::size_t count = 0;
+        const std::uint32_t outcome = from_errno(write_all_at(opened_.get(), data, static_cast<off_t>(offset), count));
+        begun = std::make_unique<finished_operation>(outcome, count);
+        return error::success;
+    }
+
 private:
     [[nodiscard]] bool may_write() const { return (access_ & file_access::write) != 0; }
+    [[nodiscard]] static bool fits(std::uint64_t offset, std::size_t size) {
+        constexpr auto last = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
+        return offset <= last && size <= last - offset;
+    }
 
     descriptor opened_;
     const std::uint32_t access_;
+    const file_style style_;
     /// Set while a new file's name isn't durable yet: its first flush has to see to that, too.
     std::string folder_to_sync_;
 };
@@ -134,10 +192,9 @@ int open_or_create(const std::string& path, int flags, file_open_mode mode, desc
     return failure;
 }
 
-}  // namespace
-
-std::uint32_t linux_files::open_file(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
-                                     std::unique_ptr<file>& opened) {
+template <typename Opened>
+std::uint32_t open_as(file_style style, const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
+                      std::unique_ptr<Opened>& opened) {
     const std::string name = native(path);
     if (name.empty()) {
         return path.empty() ? error::path_not_found : error::invalid_name;
@@ -166,8 +223,20 @@ std::uint32_t linux_files::open_file(const std::u16string& path, std::uint32_t a
             return from_errno(errno);
         }
     }
-    opened = std::make_unique<linux_file>(std::move(number), access, created ? folder_of(name) : std::string{});
+    opened = std::make_unique<linux_file>(std::move(number), access, style, created ? folder_of(name) : std::string{});
     return error::success;
+}
+
+}  // namespace
+
+std::uint32_t linux_files::open_file(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
+                                     std::unique_ptr<file>& opened) {
+    return open_as(file_style::positioned, path, access, share, mode, opened);
+}
+
+std::uint32_t linux_files::open_overlapped(const std::u16string& path, std::uint32_t access, std::uint32_t share,
+                                           file_open_mode mode, std::unique_ptr<overlapped_file>& opened) {
+    return open_as(file_style::overlapped, path, access, share, mode, opened);
 }
 
 std::uint32_t linux_files::look_up(const std::u16string& path, path_kind& kind) {

@@ -13,6 +13,9 @@ class linux_files final : public files {
 public:
     std::uint32_t open_file(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
                             std::unique_ptr<file>& opened) override;
+    /// Every operation has ended when the call that begins it returns.
+    std::uint32_t open_overlapped(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
+                                  std::unique_ptr<overlapped_file>& opened) override;
     std::uint32_t look_up(const std::u16string& path, path_kind& kind) override;
     [[nodiscard]] bool exists(const std::u16string& path) override;
     std::uint32_t create_folder(const std::u16string& path) override;

@@ -124,4 +124,12 @@ std::uint32_t linux_process::current_thread_id() {
     return id;
 }
 
+std::uint32_t linux_process::processor_count() {
+    cpu_set_t allowed;
+    CPU_ZERO(&allowed);
+    // More processors than the set has room for refuse to be read that way.
+    const long count = sched_getaffinity(0, sizeof(allowed), &allowed) == 0 ? CPU_COUNT(&allowed) : sysconf(_SC_NPROCESSORS_ONLN);
+    return count > 0 ? static_cast<std::uint32_t>(count) : 1;
+}
+
 }  // namespace platform::linux_os

@@ -20,6 +20,7 @@ public:
     [[nodiscard]] std::uint32_t process_id() override;
     [[nodiscard]] std::string os_description() override;
     [[nodiscard]] std::uint32_t current_thread_id() override;
+    [[nodiscard]] std::uint32_t processor_count() override;
 
 private:
     const std::string etc_;

@@ -14,6 +14,7 @@ public:
     [[nodiscard]] std::uint32_t process_id() override { return id; }
     [[nodiscard]] std::string os_description() override { return os; }
     [[nodiscard]] std::uint32_t current_thread_id() override;
+    [[nodiscard]] std::uint32_t processor_count() override { return processors; }
 
     std::u16string path = u"C:\\Program Files\\Tarno\\TarnoTapeSvc.exe";
     module_version version{version_failure::none, (9U << 16) | 5U, (0U << 16) | 1536U};
@@ -22,6 +23,7 @@ public:
     std::u16string comments;
     std::vector<std::u16string> arguments{u"TarnoTapeSvc.exe"};
     std::uint32_t id = 4242;
+    std::uint32_t processors = 2;
     std::string os = "Test System 1.0";
 };
 

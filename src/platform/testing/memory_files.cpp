@@ -1,6 +1,7 @@
 #include "platform/testing/memory_files.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "foundation/text/unicode.h"
@@ -20,9 +21,13 @@ std::string parent_of(const std::string& path) {
 
 }  // namespace
 
-class memory_file final : public file {
+/// An open file. What it does with contents is shared by its two styles; an operation at an offset may outlive the call that
+/// began it, but not the file.
+class memory_file final : public overlapped_file {
 public:
-    memory_file(memory_files& owner, std::uint64_t id) : owner_(owner), id_(id) {}
+    enum class style : std::uint8_t { positioned, overlapped };
+
+    memory_file(memory_files& owner, std::uint64_t id, style opened_as) : owner_(owner), id_(id), style_(opened_as) {}
     memory_file(const memory_file&) = delete;
     memory_file& operator=(const memory_file&) = delete;
 
@@ -33,46 +38,22 @@ public:
 
     std::uint32_t read(std::span<std::uint8_t> data, std::size_t& count) override {
         count = 0;
-        memory_files::file_data* target = nullptr;
-        if (const std::uint32_t refused = begin(memory_files::operation::read, file_access::read, target)) {
-            return refused;
+        if (style_ == style::overlapped) {
+            return error::invalid_parameter;
         }
-        const std::lock_guard lock(owner_.mutex_);
-        const std::string& content = target->content;
-        if (position_ < content.size()) {
-            count = std::min<std::size_t>(data.size(), content.size() - static_cast<std::size_t>(position_));
-            std::copy_n(content.begin() + static_cast<std::ptrdiff_t>(position_), count, data.begin());
-            position_ += count;
-        }
-        return error::success;
+        const std::uint32_t outcome = read_at(position_, data, count);
+        position_ += count;
+        return outcome;
     }
 
     std::uint32_t write(std::span<const std::uint8_t> data, std::size_t& count) override {
         count = 0;
-        memory_files::file_data* target = nullptr;
-        if (const std::uint32_t refused = begin(memory_files::operation::write, file_access::write, target)) {
-            return refused;
+        if (style_ == style::overlapped) {
+            return error::invalid_parameter;
         }
-        const std::lock_guard lock(owner_.mutex_);
-        const auto at = static_cast<std::size_t>(position_);
-        const std::size_t present = target->content.size();
-        std::size_t room = data.size();
-        if (owner_.free_bytes_) {
-            const std::size_t overwritten = present > at ? present - at : 0;
-            room = static_cast<std::size_t>(std::min<std::uint64_t>(data.size(), overwritten + *owner_.free_bytes_));
-        }
-        if (room > 0) {
-            const std::size_t end = std::max(present, at + room);
-            if (owner_.free_bytes_) {
-                *owner_.free_bytes_ -= std::min<std::uint64_t>(*owner_.free_bytes_, end - present);
-            }
-            target->content.resize(end);
-            std::copy_n(data.begin(), room, target->content.begin() + static_cast<std::ptrdiff_t>(at));
-            target->writes.emplace_back(data.begin(), data.begin() + static_cast<std::ptrdiff_t>(room));
-        }
-        position_ += room;
-        count = room;
-        return room == data.size() ? error::success : error::disk_full;
+        const std::uint32_t outcome = write_at(position_, data, count);
+        position_ += count;
+        return outcome;
     }
 
     std::uint32_t seek(std::uint64_t position) override {
@@ -117,7 +98,111 @@ public:
         return error::success;
     }
 
+    [[nodiscard]] std::uint64_t number() const override { return id_; }
+
+    std::uint32_t begin_read(std::uint64_t offset, std::span<std::uint8_t> data, std::unique_ptr<file_operation>& begun) override {
+        return start(offset, data.size(), file_access::read, begun,
+                     [this, offset, data](std::size_t& count) { return read_at(offset, data, count); });
+    }
+
+    std::uint32_t begin_write(std::uint64_t offset, std::span<const std::uint8_t> data, wait_handle /*done*/,
+                              std::unique_ptr<file_operation>& begun) override {
+        return start(offset, data.size(), file_access::write, begun,
+                     [this, offset, data](std::size_t& count) { return write_at(offset, data, count); });
+    }
+
 private:
+    using work = std::function<std::uint32_t(std::size_t&)>;
+
+    /// Carried out when it is begun, or, while operations are to be pending, when somebody waits for it.
+    class operation final : public file_operation {
+    public:
+        operation(work what, bool pending) : what_(std::move(what)) {
+            if (!pending) {
+                outcome_ = what_(count_);
+                what_ = nullptr;
+            }
+        }
+
+        std::uint32_t wait(std::size_t& count) override {
+            if (what_) {
+                outcome_ = std::exchange(what_, nullptr)(count_);
+            }
+            count = count_;
+            return outcome_;
+        }
+
+    private:
+        work what_;
+        std::uint32_t outcome_ = error::success;
+        std::size_t count_ = 0;
+    };
+
+    std::uint32_t start(std::uint64_t offset, std::size_t size, std::uint32_t needed, std::unique_ptr<file_operation>& begun,
+                        work what) {
+        bool pending = false;
+        {
+            const std::lock_guard lock(owner_.mutex_);
+            const auto found = owner_.open_.find(id_);
+            if (found == owner_.open_.end()) {
+                return error::invalid_handle;
+            }
+            if ((found->second.access & needed) != needed) {
+                return error::access_denied;
+            }
+            pending = owner_.pending_;
+        }
+        constexpr auto last = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+        if (offset > last || size > last - offset) {
+            return error::invalid_parameter;
+        }
+        begun = std::make_unique<operation>(std::move(what), pending);
+        return pending ? error::io_pending : error::success;
+    }
+
+    std::uint32_t read_at(std::uint64_t offset, std::span<std::uint8_t> data, std::size_t& count) {
+        count = 0;
+        memory_files::file_data* target = nullptr;
+        if (const std::uint32_t refused = begin(memory_files::operation::read, file_access::read, target)) {
+            return refused;
+        }
+        const std::lock_guard lock(owner_.mutex_);
+        const std::string& content = target->content;
+        if (offset < content.size()) {
+            count = std::min({data.size(), content.size() - static_cast<std::size_t>(offset), owner_.most_moved_});
+            std::copy_n(content.begin() + static_cast<std::ptrdiff_t>(offset), count, data.begin());
+        }
+        return error::success;
+    }
+
+    std::uint32_t write_at(std::uint64_t offset, std::span<const std::uint8_t> data, std::size_t& count) {
+        count = 0;
+        memory_files::file_data* target = nullptr;
+        if (const std::uint32_t refused = begin(memory_files::operation::write, file_access::write, target)) {
+            return refused;
+        }
+        const std::lock_guard lock(owner_.mutex_);
+        const auto at = static_cast<std::size_t>(offset);
+        const std::size_t present = target->content.size();
+        const std::size_t wanted = std::min(data.size(), owner_.most_moved_);
+        std::size_t room = wanted;
+        if (owner_.free_bytes_) {
+            const std::size_t overwritten = present > at ? present - at : 0;
+            room = static_cast<std::size_t>(std::min<std::uint64_t>(wanted, overwritten + *owner_.free_bytes_));
+        }
+        if (room > 0) {
+            const std::size_t end = std::max(present, at + room);
+            if (owner_.free_bytes_) {
+                *owner_.free_bytes_ -= std::min<std::uint64_t>(*owner_.free_bytes_, end - present);
+            }
+            target->content.resize(end);
+            std::copy_n(data.begin(), room, target->content.begin() + static_cast<std::ptrdiff_t>(at));
+            target->writes.emplace_back(data.begin(), data.begin() + static_cast<std::ptrdiff_t>(room));
+        }
+        count = room;
+        return room == wanted ? error::success : error::disk_full;
+    }
+
     /// The failures that every operation can meet, in the order a system finds them: a dead handle, missing access, the
     /// device's own.
     std::uint32_t begin(memory_files::operation what, std::uint32_t needed, memory_files::file_data*& target) {
@@ -139,6 +224,7 @@ private:
 
     memory_files& owner_;
     const std::uint64_t id_;
+    const style style_;
     std::uint64_t position_ = 0;
 };
 
@@ -154,6 +240,26 @@ memory_files::memory_files(char16_t separator)
 
 std::uint32_t memory_files::open_file(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
                                       std::unique_ptr<file>& opened) {
+    std::uint64_t id = 0;
+    const std::uint32_t refused = enter(path, access, share, mode, id);
+    if (refused == error::success) {
+        opened = std::make_unique<memory_file>(*this, id, memory_file::style::positioned);
+    }
+    return refused;
+}
+
+std::uint32_t memory_files::open_overlapped(const std::u16string& path, std::uint32_t access, std::uint32_t share,
+                                            file_open_mode mode, std::unique_ptr<overlapped_file>& opened) {
+    std::uint64_t id = 0;
+    const std::uint32_t refused = enter(path, access, share, mode, id);
+    if (refused == error::success) {
+        opened = std::make_unique<memory_file>(*this, id, memory_file::style::overlapped);
+    }
+    return refused;
+}
+
+std::uint32_t memory_files::enter(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
+                                  std::uint64_t& id) {
     const std::string name = normal(path);
     if (const std::uint32_t refused = failure(operation::open, name)) {
         return refused;
@@ -174,7 +280,7 @@ std::uint32_t memory_files::open_file(const std::u16string& path, std::uint32_t 
         return error::file_exists;
     }
     std::shared_ptr<file_data> data = found != present_.end() ? found->second : std::make_shared<file_data>();
-    for (const auto& [id, other] : open_) {
+    for (const auto& [other_id, other] : open_) {
         if (other.data == data && ((access & ~other.share) != 0 || (other.access & ~share) != 0)) {
             return error::sharing_violation;
         }
@@ -185,9 +291,8 @@ std::uint32_t memory_files::open_file(const std::u16string& path, std::uint32_t 
         data->content.clear();
         data->writes.clear();
     }
-    const std::uint64_t id = ++next_open_;
+    id = ++next_open_;
     open_[id] = {std::move(data), access, share};
-    opened = std::make_unique<memory_file>(*this, id);
     return error::success;
 }
 
@@ -354,6 +459,16 @@ std::size_t memory_files::open_count() const {
 void memory_files::set_free_bytes(std::optional<std::uint64_t> bytes) {
     const std::lock_guard lock(mutex_);
     free_bytes_ = bytes;
+}
+
+void memory_files::set_pending(bool pending) {
+    const std::lock_guard lock(mutex_);
+    pending_ = pending;
+}
+
+void memory_files::set_most_moved(std::size_t bytes) {
+    const std::lock_guard lock(mutex_);
+    most_moved_ = bytes;
 }
 
 void memory_files::set_failure(failure_hook hook) {

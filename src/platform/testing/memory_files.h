@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/files.h"
+#include "platform/overlapped_file.h"
 
 namespace platform::testing {
 
@@ -31,6 +31,8 @@ public:
 
     std::uint32_t open_file(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
                             std::unique_ptr<file>& opened) override;
+    std::uint32_t open_overlapped(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
+                                  std::unique_ptr<overlapped_file>& opened) override;
     std::uint32_t look_up(const std::u16string& path, path_kind& kind) override;
     [[nodiscard]] bool exists(const std::u16string& path) override;
     std::uint32_t create_folder(const std::u16string& path) override;
@@ -58,6 +60,11 @@ public:
     /// Room for this many more bytes; a write that needs more is cut short and answers 112.
     void set_free_bytes(std::optional<std::uint64_t> bytes);
     void set_failure(failure_hook hook);
+    /// From now on an operation at an offset that is begun answers that it is under way, and meets its failures and the file's
+    /// content when it is waited for. One that nobody waits for never happens.
+    void set_pending(bool pending);
+    /// From now on a read or a write moves no more bytes than this, and says nothing of it.
+    void set_most_moved(std::size_t bytes);
     /// What wasn't flushed is gone. Open files answer 6 from then on.
     void lose_power();
 
@@ -75,6 +82,8 @@ private:
         std::uint32_t share = 0;
     };
 
+    std::uint32_t enter(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
+                        std::uint64_t& id);
     [[nodiscard]] std::string normal(std::u16string_view path) const;
     [[nodiscard]] std::string normal_utf8(std::string_view path) const;
     [[nodiscard]] bool parent_exists(const std::string& path) const;
@@ -95,6 +104,8 @@ private:
     std::uint64_t next_open_ = 0;
     std::optional<std::uint64_t> free_bytes_;
     failure_hook failure_;
+    bool pending_ = false;
+    std::size_t most_moved_ = static_cast<std::size_t>(-1);
 };
 
 }  // namespace platform::testing

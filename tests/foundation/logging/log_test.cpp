@@ -25,6 +25,7 @@ public:
     std::uint32_t process_id() override { return 1; }
     std::string os_description() override { return {}; }
     std::uint32_t current_thread_id() override { return thread; }
+    std::uint32_t processor_count() override { return 1; }
 
     std::uint32_t thread = 1234;
 };

@@ -143,24 +143,13 @@ TEST_F(WinFile, NoTriesAtAllWriteNothing) {
     EXPECT_NO_THROW(file.write(""));
 }
 
-/// Takes less than it is given, and says nothing of it.
-class lazy_file final : public platform::file {
-public:
-    std::uint32_t read(std::span<std::uint8_t>, std::size_t& count) override { return static_cast<std::uint32_t>(count = 0); }
-    std::uint32_t write(std::span<const std::uint8_t> data, std::size_t& count) override {
-        count = data.size() - 1;
-        return 0;
-    }
-    std::uint32_t seek(std::uint64_t) override { return 0; }
-    std::uint32_t size(std::uint64_t& bytes) override { return static_cast<std::uint32_t>(bytes = 0); }
-    std::uint32_t truncate_here() override { return 0; }
-    std::uint32_t flush() override { return 0; }
-};
-
 TEST_F(WinFile, ShortWriteIsAFailure) {
-    win::win_file_t file(std::make_unique<lazy_file>(), win::lazy_path_t(text::wide_string(u"C:\\a.bin")));
+    win::win_file_t file = open();
+    system_.files.set_most_moved(3);
     EXPECT_EQ(failure_of([&] { file.write("text"); }),
               "Failed to write 4 bytes to the file 'C:\\a.bin': 3 bytes were written instead");
+    EXPECT_EQ(file.position(), 3U);
+    EXPECT_EQ(system_.files.content("C:\\a.bin"), "tex");
 }
 
 TEST_F(WinFile, FailuresNameTheFile) {
@@ -200,6 +189,16 @@ TEST_F(WinFile, PositionNeverLiesBeforeTheStart) {
               "Seek operation has failed. File: [C:\\a.bin]. Distance to move: [-3]. Move method: [FILE_CURRENT].\n"
               "--tr:Error code: 0x00000083");
     EXPECT_THROW(file.seek_to_begin(-1), exc::win_sys_exc_t);
+    EXPECT_EQ(file.position(), 2U);
+}
+
+TEST_F(WinFile, UnknownSeekMethodIsRefused) {
+    win::win_file_t file = open();
+    file.write("ab");
+    EXPECT_EQ(failure_of([&] { file.seek(1, static_cast<win::seek_method>(3)); }),
+              "The parameter is incorrect.\n"
+              "Seek operation has failed. File: [C:\\a.bin]. Distance to move: [1]. Move method: [3].\n"
+              "--tr:Error code: 0x00000057");
     EXPECT_EQ(file.position(), 2U);
 }
 

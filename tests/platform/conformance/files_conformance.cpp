@@ -214,6 +214,13 @@ TYPED_TEST(FilesConformance, ReplacesInOneStep) {
     EXPECT_EQ(this->under_test().replace_file(this->path(u"fresh"), this->path(u"folder")), error::access_denied);
 }
 
+TYPED_TEST(FilesConformance, TellsOpenFilesApart) {
+    const std::unique_ptr<file> first = this->open(u"a");
+    const std::unique_ptr<file> second = this->open(u"a");
+    EXPECT_NE(first->number(), second->number());
+    EXPECT_EQ(first->number(), first->number());
+}
+
 TYPED_TEST(FilesConformance, NamesTheSystemsFolders) {
     for (const std::u16string& folder : {this->under_test().system_folder(), this->under_test().common_data_folder()}) {
         EXPECT_TRUE(this->under_test().exists(folder));

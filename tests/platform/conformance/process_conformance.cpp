@@ -47,4 +47,8 @@ TYPED_TEST(ProcessConformance, TellsLiveThreadsApart) {
     EXPECT_EQ(under_test.current_thread_id(), own);
 }
 
+TYPED_TEST(ProcessConformance, HasAProcessorAtLeast) {
+    EXPECT_GE(this->under_test_.process.processor_count(), 1U);
+}
+
 }  // namespace

@@ -46,6 +46,17 @@ bool is_storable(const std::u16string& name, std::size_t longest) {
            text::unicode::decode_utf8(text::unicode::encode_utf8(name), back) && back == name;
 }
 
+/// Whether a key's line in the file would seem to end within the name, at a bracket that looks like the last one before a comment.
+bool looks_commented(const std::u16string& name) {
+    for (std::size_t at = name.find(u']'); at != std::u16string::npos; at = name.find(u']', at + 1)) {
+        const std::size_t next = name.find_first_not_of(u" \t", at + 1);
+        if (next != std::u16string::npos && name[next] == u';') {
+            return true;
+        }
+    }
+    return false;
+}
+
 settings_key device_map_tree(const std::vector<device_stack::device_map_leaf>& leaves) {
     settings_key tree;
     make_key(tree, device_map_root);
@@ -137,7 +148,7 @@ std::uint32_t linux_registry::create_key(const std::u16string& path, std::uint32
         return error::access_denied;
     }
     if (!std::all_of(handle.path.begin(), handle.path.end(),
-                     [](const std::u16string& part) { return is_storable(part, max_key_name); })) {
+                     [](const std::u16string& part) { return is_storable(part, max_key_name) && !looks_commented(part); })) {
         return error::invalid_parameter;
     }
     std::uint32_t result = error::success;

@@ -110,6 +110,12 @@ std::u16string decode(std::string_view bytes, const std::string& file) {
     return text;
 }
 
+/// Behind an entry, whether there is nothing but a comment.
+bool is_end(std::u16string_view text) {
+    text = without_leading_blanks(text);
+    return text.empty() || text.front() == u';';
+}
+
 /// Reads the lines one after the other into a tree.
 class parser {
 public:
@@ -158,18 +164,30 @@ private:
 
     /// Behind what was read, a line may hold a comment and nothing else.
     void require_end(std::u16string_view text) const {
-        text = without_leading_blanks(text);
-        if (!text.empty() && text.front() != u';') {
-            refuse("Behind the end of the entry stands " + shown(text) + ".");
+        if (!is_end(text)) {
+            refuse("Behind the end of the entry stands " + shown(without_leading_blanks(text)) + ".");
         }
     }
 
-    void parse_key() {
-        const std::size_t end = line_.rfind(u']');
-        if (end == std::u16string_view::npos) {
+    /// Where the key's name ends: at the first bracket with nothing but a comment behind it. A name may hold brackets, and so may a
+    /// comment.
+    std::size_t name_end() const {
+        std::size_t last = std::u16string_view::npos;
+        for (std::size_t at = line_.find(u']'); at != std::u16string_view::npos; at = line_.find(u']', at + 1)) {
+            last = at;
+            if (is_end(line_.substr(at + 1))) {
+                break;
+            }
+        }
+        if (last == std::u16string_view::npos) {
             refuse("The key's name isn't closed by ']'.");
         }
-        require_end(line_.substr(end + 1));
+        require_end(line_.substr(last + 1));
+        return last;
+    }
+
+    void parse_key() {
+        const std::size_t end = name_end();
         std::u16string_view name = line_.substr(1, end - 1);
         const bool removes = name.starts_with(u'-');
         name.remove_prefix(removes ? 1 : 0);
@@ -187,8 +205,17 @@ private:
             return;
         }
         key_ = &make_key(root_, path);
-        if (key_->line == 0) {
-            key_->line = line_number_;
+        note_line(path);
+    }
+
+    /// The keys on the way count as named, too.
+    void note_line(const std::vector<std::u16string>& path) {
+        settings_key* at = &root_;
+        for (const std::u16string& part : path) {
+            at = &at->keys.find(part)->second;
+            if (at->line == 0) {
+                at->line = line_number_;
+            }
         }
     }
 

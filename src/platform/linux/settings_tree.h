@@ -27,7 +27,7 @@ struct settings_value {
 struct settings_key {
     std::map<std::u16string, settings_value, name_order> values;  ///< the default value's name is empty
     std::map<std::u16string, settings_key, name_order> keys;
-    std::size_t line = 0;  ///< where the file names the key first; 0 when it doesn't
+    std::size_t line = 0;  ///< where the file first names the key or one below it; 0 when it doesn't
 
     [[nodiscard]] bool operator==(const settings_key& other) const { return values == other.values && keys == other.keys; }
 };

@@ -134,6 +134,7 @@ TEST_F(LinuxRegistry, RefusesKeysInTheDeviceMapsPlace) {
         linux_registry registry(options());
         FAIL() << "device keys were taken";
     } catch (const settings_error& e) {
+        EXPECT_EQ(e.line(), 4U);
         EXPECT_EQ(e.reason(), "Keys below HARDWARE are made from the devices; a file can't set them.");
     }
 }
@@ -240,6 +241,7 @@ TEST_F(LinuxRegistry, RefusesNamesThatTheFileCantHold) {
     EXPECT_EQ(store(registry, key_path, u"two\nlines", u"x"), error::invalid_parameter);
     EXPECT_EQ(store(registry, u"SOFTWARE\\a\rb", u"v", u"x"), error::invalid_parameter);
     EXPECT_EQ(store(registry, u"SOFTWARE\\" + std::u16string(256, u'k'), u"v", u"x"), error::invalid_parameter);
+    EXPECT_EQ(store(registry, u"SOFTWARE\\a] ;b", u"v", u"x"), error::invalid_parameter);
     EXPECT_EQ(store(registry, key_path, std::u16string(1, 0xDC00), u"x"), error::invalid_parameter);
     EXPECT_EQ(store(registry, u"", u"v", u"x"), error::invalid_parameter);
 }

@@ -195,9 +195,25 @@ TEST(SettingsFile, ReadsAndRemovesKeys) {
     ASSERT_NE(key, nullptr);
     EXPECT_EQ(key->values.size(), 2U);
     EXPECT_EQ(key->line, 2U);
+    EXPECT_EQ(find_key(root, {u"SOFTWARE"})->line, 2U);
     EXPECT_EQ(find_key(root, {u"SOFTWARE", u"C"}), nullptr);
     EXPECT_EQ(find_key(root, {u"SOFTWARE", u"Never"}), nullptr);
     EXPECT_NE(find_key(root, {u"SOFTWARE", u"with ] bracket"}), nullptr);
+}
+
+TEST(SettingsFile, ABracketInACommentBelongsToNoName) {
+    const settings_key root = parse(head +
+                                    "[HKEY_LOCAL_MACHINE\\A] ; [see] the guide [1]\n\"v\"=dword:1\n"
+                                    "[HKEY_LOCAL_MACHINE\\B];]\n"
+                                    "[HKEY_LOCAL_MACHINE\\C]]\t\n"
+                                    "[HKEY_LOCAL_MACHINE\\D] ] ;]\n"
+                                    "[-HKEY_LOCAL_MACHINE\\B] ; [B]\n");
+    ASSERT_NE(find_key(root, {u"A"}), nullptr);
+    EXPECT_EQ(find_key(root, {u"A"})->values.size(), 1U);
+    EXPECT_NE(find_key(root, {u"C]"}), nullptr);
+    EXPECT_NE(find_key(root, {u"D] "}), nullptr);
+    EXPECT_EQ(root.keys.size(), 3U);
+    EXPECT_EQ(refusal(head + "[HKEY_LOCAL_MACHINE\\A] x] y\n"), "test.reg:2: Behind the end of the entry stands 'y'.");
 }
 
 TEST(SettingsFile, RefusesBrokenKeys) {

@@ -8,9 +8,11 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <limits>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -71,6 +73,16 @@ std::string message_of(const service_status& status, bool has_run) {
     return {};
 }
 
+/// Half of what the manager allows, so that one late turn does no harm. 0: it keeps no watch over this process.
+int time_between_signs_of_life() {
+    std::uint64_t allowed = 0;
+    if (sd_watchdog_enabled(0, &allowed) <= 0) {
+        return 0;
+    }
+    constexpr std::uint64_t most = std::numeric_limits<int>::max();
+    return static_cast<int>(std::clamp<std::uint64_t>(allowed / 2 / microseconds_a_millisecond, 1, most));
+}
+
 descriptor made(int number, const char* what) {
     if (number < 0) {
         throw std::system_error(errno, std::generic_category(), what);
@@ -88,6 +100,7 @@ bool systemd_manager::run_dispatcher(const std::string& /*service_name*/, std::f
     const sigset_t signals = control_signals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     const descriptor arrivals = made(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK), "Signals can't be waited for");
+    watch_ms_ = time_between_signs_of_life();
     wake_up_ = made(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "The service's main can't be waited for");
 
     std::thread main([this, run = std::move(service_main)] {
@@ -136,16 +149,23 @@ void systemd_manager::serve_controls(int signals) {
         if (now.main_done && (now.state == service_state::stopped || stop_delivered_)) {
             return;
         }
-        std::array<pollfd, 2> sources{pollfd{signals, POLLIN, 0}, pollfd{wake_up_.get(), POLLIN, 0}};
-        const int ready = poll(sources.data(), sources.size(), hooks_.idle_ms);
-        if (ready == 0 && hooks_.idle) {
-            hooks_.idle();
-        }
-        eventfd_t count = 0;
-        static_cast<void>(eventfd_read(wake_up_.get(), &count));
+        wait_for_events(signals);
         take_signals(signals);
         deliver_controls();
     }
+}
+
+void systemd_manager::wait_for_events(int signals) {
+    std::array<pollfd, 2> sources{pollfd{signals, POLLIN, 0}, pollfd{wake_up_.get(), POLLIN, 0}};
+    const int ready = poll(sources.data(), sources.size(), watch_ms_ > 0 ? std::min(watch_ms_, hooks_.idle_ms) : hooks_.idle_ms);
+    if (watch_ms_ > 0) {
+        notify("WATCHDOG=1");
+    }
+    if (ready == 0 && hooks_.idle) {
+        hooks_.idle();
+    }
+    eventfd_t count = 0;
+    static_cast<void>(eventfd_read(wake_up_.get(), &count));
 }
 
 void systemd_manager::take_signals(int signals) {

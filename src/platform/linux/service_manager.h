@@ -16,7 +16,8 @@ namespace platform::linux_os {
 /// A process without NOTIFY_SOCKET, or with one that nobody reads, has no manager. Running is `READY=1`, stop pending is
 /// `STOPPING=1`, every state says a `STATUS=`, and pending ones ask for their wait hint by `EXTEND_TIMEOUT_USEC=`. SIGTERM and
 /// SIGINT are the stop control; one that comes while the service's main is still starting is delivered when that is through, so
-/// that a start and a stop never run side by side. SIGHUP is a reload: `RELOADING=1`, the hook, `READY=1`.
+/// that a start and a stop never run side by side. SIGHUP is a reload: `RELOADING=1`, the hook, `READY=1`. A manager that keeps
+/// watch (WATCHDOG_USEC) gets a `WATCHDOG=1` at least twice in that time, for as long as the dispatcher's thread comes round.
 ///
 /// The program blocks these three signals before it has a second thread; otherwise another thread may die of them.
 class systemd_manager final : public service_manager {
@@ -43,6 +44,7 @@ private:
     };
 
     void serve_controls(int signals);
+    void wait_for_events(int signals);
     void take_signals(int signals);
     void deliver_controls();
     void reload();
@@ -50,6 +52,7 @@ private:
     void wake() const;
 
     const hooks hooks_;
+    int watch_ms_ = 0;    ///< the longest time between two signs of life; 0: nobody waits for any
     descriptor wake_up_;  ///< an event counter: something in `progress_` changed
 
     mutable std::mutex mutex_;

@@ -260,6 +260,51 @@ TEST_F(SystemdManager, TheIdleHookIsCalledWhileTheServiceLives) {
     }));
 }
 
+TEST_F(SystemdManager, AManagerThatKeepsWatchGetsSignsOfLife) {
+    const notification_socket socket;
+    setenv("WATCHDOG_USEC", "2000", 1);
+    systemd_manager manager({.idle = {}, .reload = {}, .idle_ms = 1'000'000});
+    const words sign{"WATCHDOG=1"};
+    EXPECT_TRUE(run(manager, [&] {
+        const auto next = [&] {
+            words message = socket.receive();
+            while (message == sign) {
+                message = socket.receive();
+            }
+            return message;
+        };
+        EXPECT_EQ(next(), words{"STATUS=Setting up."});
+        EXPECT_EQ(next(), (words{"STATUS=Starting.", "EXTEND_TIMEOUT_USEC=5000000"}));
+        EXPECT_EQ(next(), (words{"READY=1", "STATUS=Serving."}));
+        for (int signs = 0; signs < 5; ++signs) {
+            EXPECT_EQ(socket.receive(), sign);
+        }
+        kill(getpid(), SIGTERM);
+        EXPECT_EQ(next(), (words{"STOPPING=1", "STATUS=Stopping.", "EXTEND_TIMEOUT_USEC=5000000"}));
+        EXPECT_EQ(next(), (words{"STOPPING=1", "STATUS=Stopped."}));
+    }));
+    unsetenv("WATCHDOG_USEC");
+}
+
+TEST_F(SystemdManager, AWatchOverAnotherProcessIsNotThisOnes) {
+    const notification_socket socket;
+    setenv("WATCHDOG_USEC", "2000", 1);
+    setenv("WATCHDOG_PID", "1", 1);
+    std::atomic<int> calls{0};
+    systemd_manager manager({.idle = [&] { ++calls; }, .reload = {}, .idle_ms = 1});
+    EXPECT_TRUE(run(manager, [&] {
+        expect_start(socket);
+        expect_running(socket);
+        while (calls < 5) {
+            std::this_thread::yield();
+        }
+        kill(getpid(), SIGTERM);
+        expect_stop(socket);
+    }));
+    unsetenv("WATCHDOG_PID");
+    unsetenv("WATCHDOG_USEC");
+}
+
 TEST_F(SystemdManager, AServiceWithoutAHandlerEndsWithTheSignal) {
     const notification_socket socket;
     systemd_manager manager;

@@ -180,16 +180,26 @@ action_numbers numbers_for(const action& chosen, const util::command_line_t& com
     return {number_at(command_line, place_of_a), number_at(command_line, place_of_b)};
 }
 
+/// Null when there is no switch of an action.
+const action* find_action(const util::command_line_t& command_line) {
+    const auto chosen = std::find_if(std::begin(actions), std::end(actions), [&](const action& candidate) {
+        return util::find_switch(command_line, candidate.name).has_value();
+    });
+    return chosen == std::end(actions) ? nullptr : chosen;
+}
+
 }  // namespace
 
 }  // namespace diagnostics
 
+bool HasDiagnosticAction(const util::command_line_t& command_line) {
+    return diagnostics::find_action(command_line) != nullptr;
+}
+
 bool RunDiagnosticAction(const util::command_line_t& command_line) {
     using namespace diagnostics;
-    const auto chosen = std::find_if(std::begin(actions), std::end(actions), [&](const action& candidate) {
-        return util::find_switch(command_line, candidate.name).has_value();
-    });
-    if (chosen == std::end(actions)) {
+    const action* const chosen = find_action(command_line);
+    if (chosen == nullptr) {
         return false;
     }
     chosen->run(numbers_for(*chosen, command_line));

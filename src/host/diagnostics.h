@@ -2,6 +2,9 @@
 
 #include "foundation/util/command_line.h"
 
+/// Whether the command line asks for one of the actions below.
+[[nodiscard]] bool HasDiagnosticAction(const util::command_line_t& command_line);
+
 /// The actions for support staff: each does one thing to the tape hardware, on the calling thread, with the device code of the
 /// remote procedures but without their server. A service that runs beside it isn't told and competes for the devices.
 ///

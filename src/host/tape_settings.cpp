@@ -59,6 +59,25 @@ std::vector<std::u16string> split_list(const std::u16string& text) {
     return pieces;
 }
 
+struct loader {
+    const char* values;
+    void (*load)(const std::u16string& key_path);
+};
+
+/// In the order of the start.
+constexpr loader loaders[] = {
+    {"CustomPostfix", LoadCustomChanger},
+    {"TapeDeviceSerialNumberPostfix", LoadDeviceSerialPostfix},
+    {"BarcodesPostfix", LoadBarcodesPostfix},
+    {"EnableScsiChanger", LoadEnableScsiChanger},
+    {"UserSlotPortion", LoadUserSlotPortion},
+    {"BackupServer, ManyOwners", LoadOwnerSettings},
+    {"TapeAlertsEmulator", LoadTapeAlertsEmulator},
+    {"OldDeviceEnumerate", LoadOldDeviceEnumerate},
+    {"ForbiddenSerialNames", LoadForbiddenSerialNames},
+    {"GenerateDriveNameFromAddressNumber", LoadGenerateDriveNameFromAddressNumber},
+};
+
 }  // namespace
 
 void LoadCustomChanger(const std::u16string& key_path) {
@@ -156,10 +175,12 @@ void LoadGenerateDriveNameFromAddressNumber(const std::u16string& key_path) {
 }
 
 void LoadAll(const std::u16string& key_path) {
-    for (const auto load : {LoadCustomChanger, LoadDeviceSerialPostfix, LoadBarcodesPostfix, LoadEnableScsiChanger,
-                            LoadUserSlotPortion, LoadOwnerSettings, LoadTapeAlertsEmulator, LoadOldDeviceEnumerate,
-                            LoadForbiddenSerialNames, LoadGenerateDriveNameFromAddressNumber}) {
-        load(key_path);
+    for (const loader& one : loaders) {
+        try {
+            one.load(key_path);
+        } catch (std::exception& e) {
+            exc::rethrow_with_trace("Failed to load tape settings. Values: [%1].", one.values, e);
+        }
     }
 }
 

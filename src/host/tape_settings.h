@@ -19,7 +19,7 @@ void LoadOldDeviceEnumerate(const std::u16string& key_path);
 void LoadForbiddenSerialNames(const std::u16string& key_path);
 void LoadGenerateDriveNameFromAddressNumber(const std::u16string& key_path);
 
-/// All of them, in the order of the start.
+/// All of them, in the order of the start. A failure's trace names the values of the loader that it came from.
 void LoadAll(const std::u16string& key_path);
 
 }  // namespace tape_settings

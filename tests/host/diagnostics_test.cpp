@@ -26,6 +26,13 @@ TEST_F(Diagnostics, WithoutASwitchNothingRuns) {
     EXPECT_EQ(files(), strings{});
 }
 
+TEST_F(Diagnostics, ASwitchIsKnownWithoutBeingRun) {
+    EXPECT_TRUE(HasDiagnosticAction({u"S.exe", u"-log", u"x", u"-QuickDump"}));
+    EXPECT_FALSE(HasDiagnosticAction({u"S.exe", u"-debug", u"-logtest", u"dump"}));
+    EXPECT_FALSE(HasDiagnosticAction({}));
+    EXPECT_EQ(files(), strings{});
+}
+
 TEST_F(Diagnostics, TheFirstSwitchOfTheTableRunsAlone) {
     plug_in({{}});
     run({u"-slots", u"-quickdump", u"-dump"});

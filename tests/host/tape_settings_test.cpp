@@ -84,7 +84,24 @@ TEST_F(TapeSettings, TheSlotPortionHasToFit16Bits) {
 
 TEST_F(TapeSettings, AStringOfAnotherTypeEndsTheStart) {
     system_.registry.set_dword(tape_key, "BarcodesPostfix", 1);
-    EXPECT_THROW(tape_settings::LoadAll(tape_key_path), exc::runtime_exc_t);
+    try {
+        tape_settings::LoadAll(tape_key_path);
+        FAIL();
+    } catch (const exc::runtime_exc_t& e) {
+        EXPECT_EQ(std::string(e.what()),
+                  "Unexpected registry type: [4].\n--tr:Failed to load tape settings. Values: [BarcodesPostfix].");
+    }
+}
+
+TEST_F(TapeSettings, ANumberOfAnotherTypeEndsTheStart) {
+    system_.registry.set_string(tape_key, "ManyOwners", "1");
+    try {
+        tape_settings::LoadAll(tape_key_path);
+        FAIL();
+    } catch (const exc::runtime_exc_t& e) {
+        EXPECT_EQ(std::string(e.what()),
+                  "Unexpected registry type: [1].\n--tr:Failed to load tape settings. Values: [BackupServer, ManyOwners].");
+    }
 }
 
 TEST_F(TapeSettings, TheOwnerIsReadAndItsKeyKept) {

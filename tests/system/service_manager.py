@@ -50,12 +50,12 @@ class ManagedServer(TapeServer):
         super().__init__(start=False, **options)
         self.manager = Manager(self.folder / "notify")
 
-    def launch(self, port_switch=None, namespace=(), switches=()):
+    def launch(self, port_switch=None, namespace=(), switches=(), environment=None):
         command = [*namespace, PROGRAMS / "TarnoTapeSvc", "-settings", self.folder / "settings.reg", "-state", self.state, "-log", self.log_path,
                    "-port", str(port_switch or self.port), *switches]
         with open(self.folder / "stderr", "ab") as errors:
             self.process = subprocess.Popen(command, cwd=self.folder, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=errors,
-                                            env={**os.environ, "NOTIFY_SOCKET": str(self.manager.path)})
+                                            env={**os.environ, "NOTIFY_SOCKET": str(self.manager.path), **(environment or {})})
 
     def start(self, port_switch=None, namespace=()):
         """Ends as soon as the manager hears that the server serves."""

@@ -111,8 +111,42 @@ class Service(unittest.TestCase):
             self.assertEqual(server.manager.message(), SERVING)
             self.assertIn(sentence, server.log())
         self.assertEqual(server.log().count("stays in force."), 1)
+        self.assertNotIn("The next start", server.log())
         socket.create_connection(("127.0.0.1", server.port), 1).close()
         self.stopped(server)
+
+    def test_reload_tells_what_would_fail_the_next_start(self):
+        server = self.server()
+        server.start()
+        settings = server.folder / "settings.reg"
+        good = settings.read_text(encoding="utf-8")
+        for wrong, reason in (('"ScsiGeneric"="yes"', "The value SOFTWARE\\Tarno\\Tarno Backup Tape\\Devices\\ScsiGeneric must be a DWORD."),
+                              ('"Iscsi"="tape://user%secret@host"', 'iSCSI setting: entry [***@host]: "iscsi://" is expected at its start.')):
+            settings.write_text(f"{good}\n[{TAPE_KEY}\\Devices]\n{wrong}\n", encoding="utf-8")
+            server.process.send_signal(signal.SIGHUP)
+            self.assertIn("RELOADING", server.manager.message())
+            self.assertEqual(server.manager.message(), SERVING)
+            self.assertIn(f"WARN|{settings}: {reason} The next start would fail over it.\n", server.log())
+        self.assertNotIn("secret", server.log())
+        self.stopped(server)
+
+    def test_a_watch_is_answered(self):
+        server = self.server()
+        server.launch(environment={"WATCHDOG_USEC": "200000"})
+        server.manager.until("READY=1")
+        for _ in range(3):
+            self.assertEqual(server.manager.message(), {"WATCHDOG": "1"})
+        server.process.terminate()
+        server.manager.until("STATUS=Stopped.")
+        self.assertEqual(server.process.wait(SOON), 0)
+
+    def test_a_diagnostic_does_not_wait_for_a_manager(self):
+        server = self.server()
+        server.launch(switches=("-mediumparameters",))  # an empty drive: it waits a minute for a cartridge
+        self.wait_for_log(server, "Getting media info")
+        server.process.terminate()
+        self.assertEqual(server.process.wait(SOON), -signal.SIGTERM)
+        self.assertTrue(server.manager.silent())
 
     def test_stop_during_a_move(self):
         server = self.server()

@@ -14,6 +14,7 @@
 #include "foundation/logging/log.h"
 #include "foundation/logging/log_writer.h"
 #include "foundation/util/command_line.h"
+#include "host/diagnostics.h"
 #include "host/entry.h"
 #include "platform/linux/process.h"
 #include "platform/linux/service_manager.h"
@@ -46,10 +47,12 @@ sigset_t held_signals() {
 }
 
 /// Keeps the signals for `wait_for_end` or the service manager. Done before there is a second thread, so that no thread takes them.
-/// A diagnostic is neither served nor managed: Ctrl-C ends it at once.
+/// A diagnostic is neither served nor managed, whatever the shell that it was started from says of a manager: Ctrl-C ends it at
+/// once.
 void hold_signals(const util::command_line_t& command_line) {
     signal(SIGPIPE, SIG_IGN);
-    if (util::find_switch(command_line, u"-debug") || std::getenv("NOTIFY_SOCKET") != nullptr) {
+    const bool managed = std::getenv("NOTIFY_SOCKET") != nullptr && !HasDiagnosticAction(command_line);
+    if (managed || util::find_switch(command_line, u"-debug")) {
         const sigset_t signals = held_signals();
         pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     }

@@ -39,17 +39,23 @@ auto undisturbed(Write write) {
 }
 
 /// `file` is for messages: a setting that can't be understood throws `settings_error` about it.
-std::shared_ptr<scsi_source> make_iscsi_source(const std::vector<std::string>& urls, const std::string& file) {
-    platform::linux_scsi::iscsi_source_options options;
+std::vector<platform::linux_scsi::iscsi_entry> parse_iscsi(const std::vector<std::string>& urls, const std::string& file) {
+    std::vector<platform::linux_scsi::iscsi_entry> entries;
     try {
         for (const std::string& url : urls) {
             for (platform::linux_scsi::iscsi_entry& entry : platform::linux_scsi::parse_iscsi_setting(url)) {
-                options.entries.push_back(std::move(entry));
+                entries.push_back(std::move(entry));
             }
         }
     } catch (const platform::linux_scsi::iscsi_setting_error& e) {
         throw platform::linux_os::settings_error(file, 0, e.what());
     }
+    return entries;
+}
+
+std::shared_ptr<scsi_source> make_iscsi_source(std::vector<platform::linux_scsi::iscsi_entry> entries) {
+    platform::linux_scsi::iscsi_source_options options;
+    options.entries = std::move(entries);
     options.report = undisturbed([](const std::string& message) { g_libraryLog.LogWarning(message); });
     return std::make_shared<platform::linux_scsi::iscsi_source>(std::move(options));
 }
@@ -73,10 +79,14 @@ void assembled_system::serve_under(platform::service_manager& manager) {
 
 void assembled_system::reload() {
     const auto tell = undisturbed([](const std::string& sentence) { g_libraryLog.LogInfo(sentence); });
+    const auto warn = undisturbed([](const std::string& sentence) { g_libraryLog.LogWarning(sentence); });
     tell("The settings are read again. Values that are read at the start alone wait for the next one.");
-    platform::registry_key key = 0;
-    if (base_.registry().open_key(u"SOFTWARE", platform::registry_access::read, key) == platform::error::success) {
-        base_.registry().close_key(key);
+    try {
+        const std::string& file = base_.paths().settings_file;
+        const platform::linux_os::linux_settings now = platform::linux_os::read_linux_settings(base_.registry(), file);
+        static_cast<void>(parse_iscsi(now.iscsi, file));
+    } catch (const std::exception& e) {
+        warn(std::string(e.what()) + " The next start would fail over it.");
     }
 }
 
@@ -105,7 +115,7 @@ void assembled_system::add_devices() {
         sources.push_back(std::make_shared<platform::linux_scsi::sg_source>());
     }
     if (!settings.iscsi.empty()) {
-        sources.push_back(make_iscsi_source(settings.iscsi, base_.paths().settings_file));
+        sources.push_back(make_iscsi_source(parse_iscsi(settings.iscsi, base_.paths().settings_file)));
     }
     if (!settings.virtual_libraries.empty()) {
         std::vector<std::u16string> folders;

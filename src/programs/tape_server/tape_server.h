@@ -27,7 +27,8 @@ public:
     /// Lets the process run under a manager, which lives at least as long as this.
     void serve_under(platform::service_manager& manager);
 
-    /// Has a look at the settings file now, so that an edit that can't be used is told at once. Throws nothing.
+    /// Has a look at the settings file now, so that an edit that can't be used, now or at the next start, is told at once. Throws
+    /// nothing.
     void reload();
 
     /// What the administrator should know of the start: sentences for the log.

@@ -140,6 +140,7 @@ constexpr numbered_text texts[] = {
     {1703, "The RPC protocol sequence is not supported."},
     {1704, "The RPC protocol sequence is invalid."},
     {1706, "The endpoint format is invalid."},
+    {1707, "The network address is invalid."},
     {1708, "No endpoint was found."},
     {1711, "The object universal unique identifier (UUID) has already been registered."},
     {1712, "The type universal unique identifier (UUID) has already been registered."},

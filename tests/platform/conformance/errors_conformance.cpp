@@ -40,6 +40,7 @@ TYPED_TEST(ErrorsConformance, EndsEachTextInALineEnd) {
     EXPECT_EQ(under_test.system_text(1117), "The request could not be performed because of an I/O device error.\r\n");
     EXPECT_EQ(under_test.system_text(1160), "The indicated source element has no media.\r\n");
     EXPECT_EQ(under_test.system_text(1168), "Element not found.\r\n");
+    EXPECT_EQ(under_test.system_text(1707), "The network address is invalid.\r\n");
     EXPECT_EQ(under_test.system_text(1746), "The binding does not contain any authentication information.\r\n");
     EXPECT_EQ(under_test.system_text(1783), "The stub received bad data.\r\n");
     EXPECT_EQ(under_test.system_text(0x80070005), "Access is denied.\r\n");

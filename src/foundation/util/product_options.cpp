@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <limits>
 #include <type_traits>
 
 #include "foundation/exc/exceptions.h"
@@ -87,10 +88,15 @@ std::string shown(Number value) {
     return text::to_string(value);
 }
 
+/// What a value that is set comes to in the record.
 template <typename Value>
-void apply_rules(const product_option_row& row, Value& value) {
+Value in_effect(const product_option_row& row, const Value& value) {
     if constexpr (std::is_unsigned_v<Value> && !std::is_same_v<Value, bool>) {
-        value = std::max(static_cast<Value>(value * row.unit), Value{row.minimum});
+        constexpr Value most = std::numeric_limits<Value>::max();
+        const Value scaled = value > most / row.unit ? most : static_cast<Value>(value * row.unit);
+        return std::max(scaled, Value{row.minimum});
+    } else {
+        return value;
     }
 }
 
@@ -104,7 +110,7 @@ bool exists(const win::win_reg_key_t& key, std::u16string_view name) {
     }
 }
 
-/// Takes over one row. Throws when the value can't be read.
+/// Takes over one row; the log shows the value as it is set, in the unit of its name. Throws when the value can't be read.
 void load_row(const win::win_reg_key_t& key, const product_option_row& row, product_options_t& options) {
     if (!row.unless.empty() && exists(key, row.unless)) {
         return;
@@ -114,8 +120,7 @@ void load_row(const win::win_reg_key_t& key, const product_option_row& row, prod
         if (!read_value(key, row.name, value)) {
             return;
         }
-        apply_rules(row, value);
-        options.*member = value;
+        options.*member = in_effect(row, value);
         if (row.found != nullptr) {
             options.*row.found = true;
         }

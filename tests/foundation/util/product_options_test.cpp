@@ -3,9 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <set>
+#include <boost/make_shared.hpp>
+#include <limits>
 
-#include "foundation/text/conversion.h"
+#include "foundation/exc/exceptions.h"
+#include "foundation/logging/log.h"
+#include "foundation/logging/log_writer.h"
 #include "platform/testing/fakes.h"
 
 namespace {
@@ -27,53 +30,6 @@ protected:
     platform::testing::test_system system_;
     product_options_t options_;
 };
-
-std::string name_of(const product_option_row& row) {
-    return text::wide_to_utf8(row.name);
-}
-
-TEST_F(ProductOptions, AreAllThereInTheirOrder) {
-    const auto rows = product_option_rows();
-    ASSERT_EQ(rows.size(), 145U);
-    std::set<std::string> names;
-    for (const product_option_row& row : rows) {
-        names.insert(name_of(row));
-    }
-    EXPECT_EQ(names.size(), rows.size());
-    const std::pair<std::size_t, const char*> places[] = {
-        {0, "CollectRestoreStat"},        {13, "PerfBufSize"},           {21, "MiniDumpModeType"},
-        {38, "VhdDiskPreReadQueueDepth"}, {46, "TapeTimeOutForOpening"}, {55, "TapeRetryCountPerOperation"},
-        {66, "RpcFileHandleIdleHours"},   {93, "OutOfProcDumpGen"},      {102, "TapeBlockSize"},
-        {103, "StgOversizeMbLimit"},      {104, "StgOversizeGbLimit"},   {129, "WinFileWriteRetryCount"},
-        {144, "CustomTempDirPath"}};
-    for (const auto& [place, name] : places) {
-        EXPECT_EQ(name_of(rows[place]), name);
-    }
-}
-
-TEST_F(ProductOptions, HaveTheirDefaults) {
-    EXPECT_EQ(options_.perf_buf_size, 20971520U);
-    EXPECT_EQ(options_.buf_reader_max_data_size, 524288000U);
-    EXPECT_EQ(options_.net_lib_rpc_packet_max_size, 524288000U);
-    EXPECT_EQ(options_.mini_dump_mode_type, "Normal");
-    EXPECT_EQ(options_.tape_catalog_xml_buf_size, 1048576U);
-    EXPECT_EQ(options_.tape_software_eom_in_mb, 5120U);
-    EXPECT_EQ(options_.tape_time_out_for_opening, 60U);
-    EXPECT_TRUE(options_.tape_check_block_header_crc);
-    EXPECT_FALSE(options_.use_long_erase_tape_on_format);
-    EXPECT_EQ(options_.tape_partition_type, 3);
-    EXPECT_EQ(options_.tape_retry_count_per_operation, 5);
-    EXPECT_FALSE(options_.tape_agent_io_retries);
-    EXPECT_EQ(options_.tape_retry_sleep_in_ms, 100);
-    EXPECT_EQ(options_.rpc_invoker_count_warning, 512U);
-    EXPECT_EQ(options_.max_tape_block_size, 16777216U);
-    EXPECT_TRUE(options_.tape_hw_encryption);
-    EXPECT_EQ(options_.tape_block_size, 65536U);
-    EXPECT_EQ(options_.stg_oversize_mb_limit, 15728640U);
-    EXPECT_EQ(options_.max_upload_stop_timeout_ms, 7200000U);
-    EXPECT_EQ(options_.win_file_write_retry_count, 50U);
-    EXPECT_EQ(options_.win_file_write_retry_max_timeout_msec, 1000U);
-}
 
 TEST_F(ProductOptions, KeepTheirDefaultsWithoutAKey) {
     EXPECT_THAT(load(), ElementsAre("Loading options.",
@@ -126,10 +82,17 @@ TEST_F(ProductOptions, TakeMegabytesBeforeGigabytes) {
     registry().set_dword(key, "StgOversizeGbLimit", 2);
     load();
     EXPECT_EQ(options_.stg_oversize_mb_limit, 2048U);
+    EXPECT_TRUE(system_.log.has_line("  Non-default option 'StgOversizeGbLimit': 2")) << "in the unit of its name";
     registry().set_qword(key, "StgOversizeMbLimit", 100);
     product_options_t both;
     both.load();
     EXPECT_EQ(both.stg_oversize_mb_limit, 100U);
+}
+
+TEST_F(ProductOptions, TakeMoreGigabytesThanCanBeCountedForTheMost) {
+    registry().set_qword(key, "StgOversizeGbLimit", std::uint64_t{1} << 54);
+    load();
+    EXPECT_EQ(options_.stg_oversize_mb_limit, std::numeric_limits<std::uint64_t>::max());
 }
 
 TEST_F(ProductOptions, RaiseShortTimeouts) {
@@ -138,6 +101,13 @@ TEST_F(ProductOptions, RaiseShortTimeouts) {
     load();
     EXPECT_EQ(options_.max_upload_stop_timeout_ms, 10000U);
     EXPECT_EQ(options_.srv_session_conn_await_timeout_ms, 600000U);
+    EXPECT_TRUE(system_.log.has_line("  Non-default option 'MaxUploadStopTimeoutMs': 5")) << "the line says what was set";
+    registry().set_dword(key, "MaxUploadStopTimeoutMs", 10001);
+    registry().remove_value(key, "SrvSessionConnAwaitTimeoutMs");
+    product_options_t others;
+    others.load();
+    EXPECT_EQ(others.max_upload_stop_timeout_ms, 10001U);
+    EXPECT_EQ(others.srv_session_conn_await_timeout_ms, product_options_t{}.srv_session_conn_await_timeout_ms);
 }
 
 TEST_F(ProductOptions, LoseNoOtherRowToOneOfAWrongType) {
@@ -156,6 +126,31 @@ TEST_F(ProductOptions, LoseNoOtherRowToOneOfAWrongType) {
                              "WARN|Unable to retrieve registry option 'StgOversizeMbLimit'"}) {
         EXPECT_THAT(system_.log.lines(), Contains(HasSubstr(text)));
     }
+}
+
+/// A look at the log's size that fails, as it does when the log's disk is full.
+class failing_check final : public logging::size_check_t {
+public:
+    void check(logging::receiver::log_file_t& /*receiver*/) override { throw exc::runtime_exc_t("No room."); }
+};
+
+TEST_F(ProductOptions, StopNothingWhenTheLogItselfFails) {
+    registry().set_dword(key, "CollectRestoreStat", 1);
+    registry().set_string(key, "PerfBufSize", "much");
+    registry().set_dword(key, "AgentDebugMode", 1);
+    const boost::shared_ptr<logging::log_t> log = logging::log_t::process_log();
+    log->set_check_size(boost::make_shared<failing_check>());
+    // The third entry of the load, the warning about the row that can't be read, calls for the look.
+    for (std::int32_t entry = 3; entry < logging::log_t::entries_between_checks; ++entry) {
+        g_libraryLog.LogInfo("");
+    }
+    EXPECT_NO_THROW(load());
+    log->set_check_size(nullptr);
+    EXPECT_TRUE(options_.collect_restore_stat);
+    EXPECT_FALSE(options_.agent_debug_mode);
+    EXPECT_EQ(options_.perf_buf_size, 20971520U);
+    EXPECT_TRUE(system_.log.has_line("ERR |Failed to load registry options."));
+    EXPECT_TRUE(system_.log.has_line("No room."));
 }
 
 }  // namespace

@@ -192,6 +192,13 @@ public:
         signer.protect(auth_level::integrity, all.first(data.size() - 16), 24, 16, all.last(16));
         connection.send(data);
     }
+    void cancel(unsigned kind, std::uint32_t call_id) {
+        const raw_auth auth{10, level, 1, 0, bytes(16)};
+        bytes data = pdu(kind, 3, call_id, {}, true, &auth);
+        const std::span<std::uint8_t> all(data);
+        signer.protect(auth_level::integrity, all.first(data.size() - 16), 16, 0, all.last(16));
+        connection.send(data);
+    }
     /// Call id of the next answer, 0 for one whose signature is wrong.
     std::uint32_t answered() {
         bytes data = connection.receive();
@@ -218,6 +225,22 @@ TEST(RpcServerTest, SignaturesStayInStepWhenACallIsAbandoned) {
     server.release();
     EXPECT_EQ(client.answered(), 5U) << "to be thrown away, but counted";
     EXPECT_EQ(client.answered(), 6U);
+}
+
+TEST(RpcServerTest, SignedCancelsAreHeardWhileTheirCallIsServedAndTakenInTheirTurn) {
+    test_server server;
+    signing_client client(server.port());
+    client.call(operation::block, 5);
+    server.wait_for_blocked(1);
+    client.cancel(18, 5);
+    client.cancel(19, 5);
+    client.call(operation::echo, 6);
+    client.cancel(18, 6);
+    server.release();
+    EXPECT_EQ(client.answered(), 5U) << "to be thrown away, but counted";
+    EXPECT_EQ(client.answered(), 6U);
+    client.call(operation::echo, 7);
+    EXPECT_EQ(client.answered(), 7U);
 }
 
 TEST(RpcServerTest, LackOfMemoryCostsOneConnection) {

@@ -141,6 +141,40 @@ TEST_F(SpnegoExchange, NextMechanismIsChosenWithoutTheFavouritesToken) {
     EXPECT_EQ(server->identity().name, "SERVER\\anna");
 }
 
+TEST_F(SpnegoExchange, ABareMechanismIsAnsweredWithoutAFrame) {
+    for (const std::string password : {"anna", "wrong"}) {
+        meet(true, auth_level::integrity, password);
+        ntlm_initiator alone(ntlm_credentials::of("CORP\\anna", password));
+        bytes reply;
+        EXPECT_EQ(server->accept(alone.next_token({}), reply), server_state::proceed);
+        EXPECT_TRUE(ntlm::decode_challenge(reply));
+        const bytes proof = alone.next_token(reply);
+        if (password == "wrong") {
+            EXPECT_EQ(server->accept(proof, reply), server_state::refused);
+            EXPECT_FALSE(server->identity().authenticated);
+            continue;
+        }
+        EXPECT_EQ(server->accept(proof, reply), server_state::complete);
+        EXPECT_TRUE(reply.empty());
+        EXPECT_EQ(server->identity().name, "SERVER\\anna");
+        bytes pdu(24 + 32 + 8, 1);
+        bytes signature(16);
+        alone.protect(auth_level::integrity, pdu, 24, 32, signature);
+        EXPECT_TRUE(server->unprotect(auth_level::integrity, pdu, 24, 32, signature));
+        EXPECT_EQ(server->accept(proof, reply), server_state::refused) << "a token more";
+    }
+}
+
+TEST_F(SpnegoExchange, ABareMechanismThatIsNotHereIsRefused) {
+    for (const std::string text :
+         {"600b06092a864886f712010202", "600b06092a864882f712010202", "4e544c4d53535000", "4e544c4d535350", "60", ""}) {
+        meet(true);
+        bytes reply;
+        EXPECT_EQ(server->accept(from_hex(text), reply), server_state::refused) << text;
+        EXPECT_TRUE(reply.empty());
+    }
+}
+
 TEST_F(SpnegoExchange, PdusAreProtectedBothWaysBehindTheSignaturesOfTheList) {
     for (const auto level : {auth_level::packet, auth_level::integrity, auth_level::privacy}) {
         meet(level != auth_level::packet, level);
@@ -279,8 +313,11 @@ TEST_F(SpnegoExchange, TokensOutOfTurnAreRefused) {
     const bytes rejection = spnego::encode_response({neg_state::reject, {}, {}, {}});
     const bytes empty = spnego::encode_response({});
     bytes reply;
-    for (const bytes& token : {bytes{}, bytes{0x60}, empty, rejection, from_hex("4e544c4d535350000100000005820862")}) {
-        EXPECT_EQ(provider->create(auth_level::connect)->accept(token, reply), server_state::refused);
+    const bytes ntlm_alone = from_hex("4e544c4d535350000100000005820862");
+    for (const bytes& token : {bytes{}, bytes{0x60}, empty, rejection, ntlm_alone}) {
+        const bool bare = token == ntlm_alone;
+        EXPECT_EQ(provider->create(auth_level::connect)->accept(token, reply),
+                  bare ? server_state::proceed : server_state::refused);
         meet(true);
         ASSERT_EQ(server->accept(client->next_token({}), reply), server_state::proceed);
         EXPECT_EQ(server->accept(token, reply), server_state::refused);

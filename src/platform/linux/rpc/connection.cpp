@@ -227,8 +227,8 @@ void connection::take_read(std::size_t kept, std::size_t received) {
     if (closed_) {
         return;
     }
-    if (tcp_ && (!pending_.empty() || session_.request_incomplete())) {
-        // The client's stack may hold the rest back until this part is acknowledged.
+    if (tcp_ && !readable_ && (!pending_.empty() || session_.request_incomplete())) {
+        // Nothing more is there: the client's stack may hold the rest back until this part is acknowledged.
         set_option(socket_, IPPROTO_TCP, TCP_QUICKACK, 1);
     }
     read_on();
@@ -263,7 +263,11 @@ void connection::consume(std::span<std::uint8_t> data) {
             perform(std::move(*verdict));
             return;
         }
-        if (data.size() < header->fragment_length || (busy() && !session::cancels(*header))) {
+        if (data.size() < header->fragment_length) {
+            break;
+        }
+        const bool heard = concerns_call_in_progress(*header) && header->auth_length == 0;
+        if (busy() && (!session::cancels(*header) || header->auth_length != 0)) {
             break;
         }
         if (served_this_turn_ == calls_a_turn) {
@@ -273,7 +277,7 @@ void connection::consume(std::span<std::uint8_t> data) {
         }
         const std::span<std::uint8_t> pdu = data.first(header->fragment_length);
         data = data.subspan(pdu.size());
-        if (!concerns_call_in_progress(*header)) {
+        if (!heard) {
             perform(session_.take_lending(*header, pdu));
         }
     }

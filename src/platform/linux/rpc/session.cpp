@@ -91,10 +91,8 @@ session_step session::take_lending(const pdu_header& header, std::span<std::uint
         case pdu_type::request:
             return take_request(header, pdu);
         case pdu_type::co_cancel:
-            return {};  // a call can't be stopped half way; its answer comes as if nobody had asked
         case pdu_type::orphaned:
-            incomplete_.drop(header.call_id);
-            return {};
+            return take_cancel(header, pdu);
         default:
             return closing();
     }
@@ -150,7 +148,8 @@ session_step session::take_bind(const pdu_header& header, std::span<const std::u
     if (trailer) {
         token = {trailer->type, trailer->level, trailer->context_id, reply};
     }
-    const unsigned flags = (trailer && header_signing_ ? pdu_flag::header_sign : 0U) | (multiplexed_ ? pdu_flag::multiplex : 0U);
+    // Also without a token: an alter_context may begin the authentication, and both sides have to know what holds then.
+    const unsigned flags = (header_signing_ ? pdu_flag::header_sign : 0U) | (multiplexed_ ? pdu_flag::multiplex : 0U);
     return answering(encode_bind_ack(pdu_type::bind_ack, static_cast<std::uint8_t>(flags), header.call_id, ack, token));
 }
 
@@ -189,6 +188,23 @@ session_step session::take_auth3(const pdu_header& header, std::span<const std::
     std::vector<std::uint8_t> reply;
     if (take_token(*trailer, reply) == token_outcome::unknown_type) {
         return closing();
+    }
+    return {};
+}
+
+session_step session::take_cancel(const pdu_header& header, std::span<std::uint8_t> pdu) {
+    if (header.auth_length != 0) {
+        // A verifier may be left out here; one that is there counts in the sequence of signatures like that of a request.
+        std::size_t body_end = 0;
+        authentication* security = nullptr;
+        if (const std::uint32_t refusal = check_security(header, pdu, pdu_header_size, body_end, security); refusal != 0) {
+            core_.report("A cancel of RPC client " + peer_.address + " was refused for lack of valid authentication.");
+            return closing(refused_call(header.call_id, 0, refusal));
+        }
+    }
+    // A call can't be stopped half way: after a cancel its answer comes as if nobody had asked.
+    if (header.type == pdu_type::orphaned) {
+        incomplete_.drop(header.call_id);
     }
     return {};
 }

@@ -48,7 +48,8 @@ public:
     /// Gives the object of a call back that has been served, so that the next one needs no memory.
     void take_back(std::unique_ptr<rpc_call> call) { incomplete_.take_back(std::move(call)); }
 
-    /// Whether a PDU that arrives while a call is served is one to look at out of turn: the client cancels or abandons a call.
+    /// Whether a PDU that arrives while a call is served is one to hear of out of turn: the client cancels or abandons a call.
+    /// One with a verifier is to be taken in its turn all the same: the call may be using the security context.
     [[nodiscard]] static bool cancels(const pdu_header& header) {
         return header.type == pdu_type::co_cancel || header.type == pdu_type::orphaned;
     }
@@ -81,6 +82,7 @@ private:
     session_step take_bind(const pdu_header& header, std::span<const std::uint8_t> pdu);
     session_step take_alter_context(const pdu_header& header, std::span<const std::uint8_t> pdu);
     session_step take_auth3(const pdu_header& header, std::span<const std::uint8_t> pdu);
+    session_step take_cancel(const pdu_header& header, std::span<std::uint8_t> pdu);
     session_step take_request(const pdu_header& header, std::span<std::uint8_t> pdu);
     session_step continue_request(const pdu_header& header, request_assembly::request& incoming, const authentication* security,
                                   std::span<const std::uint8_t> stub);

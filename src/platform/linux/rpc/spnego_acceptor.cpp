@@ -14,7 +14,11 @@ security_context::state spnego_acceptor::accept(std::span<const std::uint8_t> to
     if (state_ != state::proceed) {
         return refuse("a token came when none was due");
     }
-    state_ = chosen_ == nullptr ? take_init(token, reply) : take_response(token, reply);
+    if (chosen_ == nullptr) {
+        state_ = take_first(token, reply);
+    } else {
+        state_ = bare_ ? take_bare(token, reply) : take_response(token, reply);
+    }
     return state_;
 }
 
@@ -55,6 +59,21 @@ bool spnego_acceptor::choose(const std::vector<spnego::mechanism_id>& offered, s
         }
     }
     return false;
+}
+
+security_context::state spnego_acceptor::take_first(std::span<const std::uint8_t> token, std::vector<std::uint8_t>& reply) {
+    const spnego::mechanism_id alone = spnego::mechanism_of_bare(token);
+    if (alone.empty()) {
+        return take_init(token, reply);
+    }
+    bare_ = true;
+    std::size_t chosen = 0;
+    return choose({alone}, chosen) ? take_bare(token, reply) : refuse("it knows none of the mechanisms that are offered here");
+}
+
+security_context::state spnego_acceptor::take_bare(std::span<const std::uint8_t> token, std::vector<std::uint8_t>& reply) {
+    const state inner = chosen_->accept(token, reply);
+    return inner == state::refused ? refuse() : inner;
 }
 
 security_context::state spnego_acceptor::take_init(std::span<const std::uint8_t> token, std::vector<std::uint8_t>& reply) {

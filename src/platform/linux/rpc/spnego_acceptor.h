@@ -21,7 +21,8 @@ struct spnego_settings {
 
 /// The server's side of Negotiate: chooses the first of the client's mechanisms that is offered here, wraps its exchange, and has
 /// the list signed by both sides where it could have been shortened on the way: when the choice wasn't the client's
-/// favourite, when the mechanism demands it, or when the client has signed.
+/// favourite, when the mechanism demands it, or when the client has signed. A client that has but one mechanism may leave the
+/// frame out (MS-SPNG), and is answered without it.
 class spnego_acceptor : public security_context {
 public:
     spnego_acceptor(std::shared_ptr<const spnego_settings> settings, auth_level level);
@@ -37,6 +38,8 @@ public:
                                  std::span<const std::uint8_t> signature) override;
 
 private:
+    state take_first(std::span<const std::uint8_t> token, std::vector<std::uint8_t>& reply);
+    state take_bare(std::span<const std::uint8_t> token, std::vector<std::uint8_t>& reply);
     state take_init(std::span<const std::uint8_t> token, std::vector<std::uint8_t>& reply);
     state take_response(std::span<const std::uint8_t> token, std::vector<std::uint8_t>& reply);
     state finish(const spnego::response_message& message, spnego::response_message& answer);
@@ -47,6 +50,7 @@ private:
     auth_level level_;
     bool header_signing_ = false;
     state state_ = state::proceed;
+    bool bare_ = false;  ///< the client speaks the mechanism without a frame
     bool list_must_be_signed_ = false;
     std::vector<std::uint8_t> list_;
     std::unique_ptr<negotiable_acceptor> chosen_;  ///< null: not chosen yet, or refused

@@ -59,6 +59,15 @@ std::vector<std::uint8_t> optional_field(std::uint8_t number, std::uint8_t inner
 
 }  // namespace
 
+mechanism_id mechanism_of_bare(byte_view token) {
+    constexpr std::array<std::uint8_t, 8> ntlm_signature{'N', 'T', 'L', 'M', 'S', 'S', 'P', 0};
+    if (token.size() >= ntlm_signature.size() && std::ranges::equal(token.first(ntlm_signature.size()), ntlm_signature)) {
+        return mechanism::ntlm;
+    }
+    der::reader framed(der::reader(token).take(tag::application));  // RFC 2743 3.1
+    return std::ranges::equal(framed.take(tag::object_identifier), mechanism::kerberos) ? mechanism::kerberos : mechanism_id();
+}
+
 std::optional<init_message> decode_init(byte_view token) {
     der::reader outside(token);
     der::reader framed(outside.take(tag::application));

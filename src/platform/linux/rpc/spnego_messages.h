@@ -41,6 +41,9 @@ struct response_message {
 /// Most mechanisms that a client may name.
 inline constexpr std::size_t most_mechanisms = 32;
 
+/// The mechanism whose own first token this is, without the frame of Negotiate; empty: none that is known here.
+[[nodiscard]] mechanism_id mechanism_of_bare(std::span<const std::uint8_t> token);
+
 /// Decoders take tokens as they came from anybody: nothing on any deviation from DER, on a missing or an empty list, on bytes
 /// behind the token. Fields that later editions may have added behind the known ones are passed over.
 [[nodiscard]] std::optional<init_message> decode_init(std::span<const std::uint8_t> token);

@@ -17,6 +17,9 @@ inline constexpr std::uint32_t write = 2;
 namespace file_access {
 inline constexpr std::uint32_t read = 1;
 inline constexpr std::uint32_t write = 2;
+/// With `write`: each write goes to what is the end of the file then, wherever the position is. It tells a difference only where
+/// others can cut an open file against its sharing. Not for overlapped files.
+inline constexpr std::uint32_t append = 4;
 }  // namespace file_access
 
 enum class file_open_mode : std::uint8_t {
@@ -49,6 +52,9 @@ public:
     /// What the system itself calls the open file; another one may bear the number when this one is closed. For records of what
     /// happened, never to work with.
     [[nodiscard]] virtual std::uint64_t number() const = 0;
+    /// Whether the path still names this file: some systems let anybody move or remove a file that is open. True when that can't
+    /// be told.
+    [[nodiscard]] virtual bool is_named(const std::u16string& path) = 0;
 };
 
 class overlapped_file;
@@ -75,6 +81,8 @@ public:
     virtual std::uint32_t remove_file(const std::u16string& path) = 0;
     /// Fails with 183 when the new name is taken.
     virtual std::uint32_t rename_file(const std::u16string& from, const std::u16string& to) = 0;
+    /// The same, and makes this and every earlier change of a name in the new name's folder durable.
+    virtual std::uint32_t rename_file_durably(const std::u16string& from, const std::u16string& to) = 0;
     /// Puts `from` in the place of `to` in one step that a crash can't halve, and makes the change durable.
     virtual std::uint32_t replace_file(const std::u16string& from, const std::u16string& to) = 0;
 

@@ -195,10 +195,11 @@ void log_t::append_line(std::string& entry, const entry_form& form, std::string_
 }
 
 void log_t::check_size_when_due() {
-    if (check_size_ == nullptr || ++entries_since_check_ < entries_between_checks) {
+    // The check may log, and must not find itself due again.
+    if (check_size_ == nullptr || ++entries_since_check_ < entries_between_checks || checks_size_) {
         return;
     }
-    // Set back first: the check may log, and must not find itself due again; nor is a failed one repeated at every entry.
+    // Set back first: a failed check isn't repeated at every entry.
     entries_since_check_ = 0;
     const flag_over_scope checking(checks_size_);
     const boost::shared_ptr<size_check_t> check = check_size_;

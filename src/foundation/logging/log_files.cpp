@@ -26,7 +26,8 @@ text::wide_string configured_folder() {
 
 text::wide_string default_folder() {
     const std::u16string common = platform::system().files->common_data_folder();
-    return common.empty() ? common : win::join_path(win::join_path(common, u"Tarno"), u"Backup");
+    return common.empty() ? common
+                          : win::join_path(win::join_path(common, u"Tarno"), u"Backup") + platform::system().files->separator();
 }
 
 void make_folder_of(const text::wide_string& path) {

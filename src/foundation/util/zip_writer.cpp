@@ -126,7 +126,7 @@ void zip_writer_t::close() {
         make_way_();
     }
     try {
-        win::move_file(part_, place_);
+        win::move_file_durably(part_, place_);
         in_place_ = true;
     } catch (std::exception& e) {
         exc::rethrow_with_trace("Cannot close GZ archive [%1].", path_, e);

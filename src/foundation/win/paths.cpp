@@ -61,6 +61,12 @@ void make_one_folder(std::u16string_view path) {
     throw exc::win_sys_exc_t("CreateDirectory(%1) function call failed.", text::wide_to_utf8(path), code);
 }
 
+void check_moved(std::uint32_t code, std::u16string_view from, std::u16string_view to) {
+    if (code != platform::error::success) {
+        throw exc::win_sys_exc_t("Failed to move file [%1] to [%2].", text::wide_to_utf8(from), text::wide_to_utf8(to), code);
+    }
+}
+
 [[noreturn]] void throw_invalid(std::u16string_view path) {
     throw exc::runtime_exc_t("Invalid folder path: [%1].", text::wide_to_utf8(path));
 }
@@ -131,12 +137,14 @@ void delete_file(std::u16string_view path) {
 }
 
 void move_file(std::u16string_view from, std::u16string_view to) {
-    if (const std::uint32_t code = platform::system().files->rename_file(permitted(from), permitted(to))) {
-        throw exc::win_sys_exc_t("Failed to move file [%1] to [%2].", text::wide_to_utf8(from), text::wide_to_utf8(to), code);
-    }
+    check_moved(platform::system().files->rename_file(permitted(from), permitted(to)), from, to);
 }
 
-long_path_kind_t long_path_kind(std::u16string_view path) {
+void move_file_durably(std::u16string_view from, std::u16string_view to) {
+    check_moved(platform::system().files->rename_file_durably(permitted(from), permitted(to)), from, to);
+}
+
+long_path_kind_t is_long_path(std::u16string_view path) {
     if (path.starts_with(u"\\\\?\\UNC")) {
         return long_path_kind_t::network;
     }

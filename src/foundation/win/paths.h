@@ -30,15 +30,17 @@ enum class path_relation_t : std::uint8_t {
 /// the system can't tell.
 [[nodiscard]] bool file_exists(std::u16string_view path);
 [[nodiscard]] bool folder_exists(std::u16string_view path);
-/// Both throw `exc::win_sys_exc_t`. A move replaces nothing.
+/// All throw `exc::win_sys_exc_t`. A move replaces nothing. The durable one outlives a loss of power, and so do the moves before it
+/// in the same folder.
 void delete_file(std::u16string_view path);
 void move_file(std::u16string_view from, std::u16string_view to);
+void move_file_durably(std::u16string_view from, std::u16string_view to);
 
 /// Windows takes paths beyond 260 units only behind a prefix, which comes in one form for the machine's own paths and in another
 /// for network shares. These work on texts alone, so they are the same on every system.
 enum class long_path_kind_t : std::uint8_t { local = 0, network = 1, none = 2 };
 /// `network` for a share without the prefix, too; `none` for any other path without it.
-[[nodiscard]] long_path_kind_t long_path_kind(std::u16string_view path);
+[[nodiscard]] long_path_kind_t is_long_path(std::u16string_view path);
 [[nodiscard]] text::wide_string to_long_path(std::u16string_view path);
 /// Leaves a path without the prefix as it is.
 [[nodiscard]] text::wide_string strip_long_prefix(std::u16string_view path);

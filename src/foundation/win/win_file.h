@@ -64,6 +64,8 @@ public:
     /// Forces what was written to stable storage.
     void flush();
 
+    /// Whether the path still leads to this file: not every system keeps others from moving or removing it.
+    [[nodiscard]] bool is_in_place() const { return handle_->is_named(path_.wide()); }
     [[nodiscard]] std::uint64_t position() const { return position_; }
     [[nodiscard]] bool is_async() const { return async_ != nullptr; }
     /// UTF-8.

@@ -6,8 +6,12 @@
 #include <vector>
 
 #include "foundation/exc/exceptions.h"
+#include "foundation/util/common_lib_ctx.h"
 #include "foundation/util/zip_writer.h"
+#include "foundation/win/paths.h"
+#include "platform/clock.h"
 #include "platform/errors.h"
+#include "platform/system.h"
 
 namespace win {
 
@@ -27,22 +31,28 @@ private:
     bool& flag_;
 };
 
+/// Stands at the end of the file.
 boost::shared_ptr<win_file_t> open_log(const text::wide_string& path) {
-    try {
-        return boost::make_shared<win_file_t>(win_file_t::open(path, platform::file_open_mode::open_always));
-    } catch (const exc::win_sys_exc_t& e) {
-        if (e.code() == platform::error::sharing_violation || e.code() == platform::error::lock_violation) {
-            throw exc::file_locked_exc_t(text::wide_to_utf8(path));
-        }
-        throw;
+    common_lib_ctx().files_access_permissions().check(path);
+    std::unique_ptr<platform::file> handle;
+    const std::uint32_t code = platform::system().files->open_file(
+        path, platform::file_access::read | platform::file_access::write | platform::file_access::append,
+        platform::file_share::read, platform::file_open_mode::open_always, handle);
+    if (code == platform::error::sharing_violation || code == platform::error::lock_violation) {
+        throw exc::file_locked_exc_t(text::wide_to_utf8(path));
     }
+    if (code != platform::error::success) {
+        throw exc::win_sys_exc_t("Failed to create or open file [%1].", text::wide_to_utf8(path), code);
+    }
+    auto file = boost::make_shared<win_file_t>(std::move(handle), lazy_path_t(path));
+    file->seek_to_end();
+    return file;
 }
 
 }  // namespace
 
-win_log_file_t::win_log_file_t(const text::wide_string& path) : file_(open_log(path)) {
-    file_->seek_to_end();
-}
+win_log_file_t::win_log_file_t(const text::wide_string& path)
+    : path_(path), file_(open_log(path)), last_look_(platform::system().clock->milliseconds()) {}
 
 void win_log_file_t::write(const std::string& text) {
     if (busy_) {
@@ -51,6 +61,7 @@ void win_log_file_t::write(const std::string& text) {
         }
         return;
     }
+    return_to_place();
     if (store(text)) {
         store_waiting();
     }
@@ -59,11 +70,11 @@ void win_log_file_t::write(const std::string& text) {
 /// False when the text is lost.
 bool win_log_file_t::store(const std::string& text) {
     const flag_over_scope busy(busy_);
-    const std::uint64_t end = file_->position();
+    const std::uint64_t start = file_->position();
     try {
         file_->write(text);
     } catch (const std::exception&) {
-        take_back(end);
+        take_back(file_->position() - start);
         return false;
     }
     try {
@@ -83,12 +94,33 @@ void win_log_file_t::store_waiting() {
 }
 
 /// Cuts what a failed write left: the next entry is to begin a line.
-void win_log_file_t::take_back(std::uint64_t end) {
-    if (file_->position() == end) {
+void win_log_file_t::take_back(std::uint64_t written) {
+    if (written == 0) {
         return;
     }
     try {
-        file_->set_size(end);
+        file_->set_size(file_->size() - written);
+    } catch (const std::exception&) {
+        return;
+    }
+}
+
+/// Whoever removed or moved the log may have taken its folder, too. If there is no way to a new file, the old one serves on.
+void win_log_file_t::return_to_place() {
+    const std::int64_t now = platform::system().clock->milliseconds();
+    if (now - last_look_ < milliseconds_between_looks) {
+        return;
+    }
+    last_look_ = now;
+    const flag_over_scope busy(busy_);
+    if (file_->is_in_place()) {
+        return;
+    }
+    try {
+        if (!parent_path(path_.wide()).empty()) {
+            ensure_parent_folder(path_.wide());
+        }
+        file_ = open_log(path_.wide());
     } catch (const std::exception&) {
         return;
     }

@@ -160,6 +160,18 @@ public:
         return error::success;
     }
 
+    bool is_named(const std::u16string& path) override {
+        struct stat own {};
+        struct stat named {};
+        if (fstat(opened_.get(), &own) != 0) {
+            return true;
+        }
+        if (stat(native(path).c_str(), &named) != 0) {
+            return errno != ENOENT && errno != ENOTDIR;
+        }
+        return own.st_dev == named.st_dev && own.st_ino == named.st_ino;
+    }
+
 private:
     [[nodiscard]] bool may_write() const { return (access_ & file_access::write) != 0; }
     [[nodiscard]] static bool fits(std::uint64_t offset, std::size_t size) {
@@ -200,7 +212,8 @@ std::uint32_t open_as(file_style style, const std::u16string& path, std::uint32_
         return path.empty() ? error::path_not_found : error::invalid_name;
     }
     // A writer's descriptor reads, too: the locks of the sharing need it.
-    const int flags = (access & file_access::write) != 0 ? O_RDWR : O_RDONLY;
+    const int flags =
+        ((access & file_access::write) != 0 ? O_RDWR : O_RDONLY) | ((access & file_access::append) != 0 ? O_APPEND : 0);
     descriptor number;
     bool created = false;
     if (const int failure = open_or_create(name, flags, mode, number, created)) {
@@ -294,6 +307,13 @@ std::uint32_t linux_files::rename_file(const std::u16string& from, const std::u1
         return lstat(old_name.c_str(), &status) == 0 ? error::path_not_found : path_error(ENOENT, old_name);
     }
     return from_errno(errno);
+}
+
+std::uint32_t linux_files::rename_file_durably(const std::u16string& from, const std::u16string& to) {
+    if (const std::uint32_t refused = rename_file(from, to)) {
+        return refused;
+    }
+    return from_errno(sync_folder(folder_of(native(to))));
 }
 
 std::uint32_t linux_files::replace_file(const std::u16string& from, const std::u16string& to) {

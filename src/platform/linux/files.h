@@ -21,6 +21,7 @@ public:
     std::uint32_t create_folder(const std::u16string& path) override;
     std::uint32_t remove_file(const std::u16string& path) override;
     std::uint32_t rename_file(const std::u16string& from, const std::u16string& to) override;
+    std::uint32_t rename_file_durably(const std::u16string& from, const std::u16string& to) override;
     std::uint32_t replace_file(const std::u16string& from, const std::u16string& to) override;
     /// $TMPDIR, else /tmp.
     std::uint32_t temp_folder(std::u16string& folder) override;

@@ -51,6 +51,7 @@ public:
         if (style_ == style::overlapped) {
             return error::invalid_parameter;
         }
+        position_ = write_position();
         const std::uint32_t outcome = write_at(position_, data, count);
         position_ += count;
         return outcome;
@@ -93,7 +94,8 @@ public:
         const std::lock_guard lock(owner_.mutex_);
         const auto named = owner_.present_.find(target->path);
         if (named != owner_.present_.end() && named->second.get() == target) {
-            owner_.durable_[target->path] = target->content;
+            owner_.durable_[target->path] = named->second;
+            target->durable_content = target->content;
         }
         return error::success;
     }
@@ -109,6 +111,13 @@ public:
                               std::unique_ptr<file_operation>& begun) override {
         return start(offset, data.size(), file_access::write, begun,
                      [this, offset, data](std::size_t& count) { return write_at(offset, data, count); });
+    }
+
+    bool is_named(const std::u16string& path) override {
+        const std::lock_guard lock(owner_.mutex_);
+        const auto own = owner_.open_.find(id_);
+        const auto named = owner_.present_.find(owner_.normal(path));
+        return own == owner_.open_.end() || (named != owner_.present_.end() && named->second == own->second.data);
     }
 
 private:
@@ -158,6 +167,12 @@ private:
         }
         begun = std::make_unique<operation>(std::move(what), pending);
         return pending ? error::io_pending : error::success;
+    }
+
+    [[nodiscard]] std::uint64_t write_position() const {
+        const std::lock_guard lock(owner_.mutex_);
+        const auto found = owner_.open_.find(id_);
+        return found != owner_.open_.end() && found->second.appends ? found->second.data->content.size() : position_;
     }
 
     std::uint32_t read_at(std::uint64_t offset, std::span<std::uint8_t> data, std::size_t& count) {
@@ -280,6 +295,8 @@ std::uint32_t memory_files::enter(const std::u16string& path, std::uint32_t acce
         return error::file_exists;
     }
     std::shared_ptr<file_data> data = found != present_.end() ? found->second : std::make_shared<file_data>();
+    const bool appends = (access & file_access::append) != 0;
+    access &= file_access::read | file_access::write;
     for (const auto& [other_id, other] : open_) {
         if (other.data == data && ((access & ~other.share) != 0 || (other.access & ~share) != 0)) {
             return error::sharing_violation;
@@ -292,7 +309,7 @@ std::uint32_t memory_files::enter(const std::u16string& path, std::uint32_t acce
         data->writes.clear();
     }
     id = ++next_open_;
-    open_[id] = {std::move(data), access, share};
+    open_[id] = {std::move(data), access, share, appends};
     return error::success;
 }
 
@@ -383,6 +400,15 @@ std::uint32_t memory_files::rename_file(const std::u16string& from, const std::u
     return error::success;
 }
 
+std::uint32_t memory_files::rename_file_durably(const std::u16string& from, const std::u16string& to) {
+    if (const std::uint32_t refused = rename_file(from, to)) {
+        return refused;
+    }
+    const std::lock_guard lock(mutex_);
+    make_names_durable(parent_of(normal(to)));
+    return error::success;
+}
+
 std::uint32_t memory_files::replace_file(const std::u16string& from, const std::u16string& to) {
     const std::string old_name = normal(from);
     const std::string new_name = normal(to);
@@ -407,7 +433,7 @@ std::uint32_t memory_files::replace_file(const std::u16string& from, const std::
     data->path = new_name;
     present_[new_name] = std::move(data);
     // The change of the name is durable; bytes that were never flushed are not, and leave a file without them.
-    durable_[new_name] = std::exchange(durable_[old_name], {});
+    durable_[new_name] = present_[new_name];
     durable_.erase(old_name);
     return error::success;
 }
@@ -418,9 +444,10 @@ void memory_files::put(std::string_view path, std::string_view content) {
     add_folders(parent_of(name));
     auto data = std::make_shared<file_data>();
     data->content = content;
+    data->durable_content = content;
     data->path = name;
+    durable_[name] = data;
     present_[name] = std::move(data);
-    durable_[name] = content;
 }
 
 void memory_files::add_folder(std::string_view path) {
@@ -480,11 +507,32 @@ void memory_files::lose_power() {
     const std::lock_guard lock(mutex_);
     open_.clear();
     present_.clear();
-    for (const auto& [name, content] : durable_) {
+    for (auto& [name, durable] : durable_) {
         auto data = std::make_shared<file_data>();
-        data->content = content;
+        data->content = durable->durable_content;
+        data->durable_content = durable->durable_content;
         data->path = name;
+        durable = data;
         present_[name] = std::move(data);
+    }
+}
+
+void memory_files::unlink(std::string_view path) {
+    const std::lock_guard lock(mutex_);
+    const auto found = present_.find(normal_utf8(path));
+    if (found != present_.end()) {
+        found->second->path.clear();
+        present_.erase(found);
+    }
+}
+
+/// With the mutex held.
+void memory_files::make_names_durable(const std::string& folder) {
+    std::erase_if(durable_, [&](const auto& entry) { return parent_of(entry.first) == folder; });
+    for (const auto& [name, data] : present_) {
+        if (parent_of(name) == folder) {
+            durable_[name] = data;
+        }
     }
 }
 

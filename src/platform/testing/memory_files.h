@@ -19,8 +19,8 @@ namespace platform::testing {
 ///
 /// Names are taken as they are, in their case. With the backslash as separator a slash separates, too, and "C:" is there from
 /// the start; with the slash "/" is. The system folder and the common data folder exist. Of files only what was flushed
-/// survives `lose_power`: contents as of the last flush, names made, removed or renamed as of the last flush of the file or the
-/// last replacement. Folders survive always.
+/// survives `lose_power`: contents as of the last flush, names made, removed or renamed as of the last flush of the file, the last
+/// replacement, or the last durable renaming in the folder. Folders survive always.
 class memory_files final : public files {
 public:
     enum class operation { look_up, open, read, write, seek, size, truncate, flush, create_folder, remove, rename, replace };
@@ -38,6 +38,7 @@ public:
     std::uint32_t create_folder(const std::u16string& path) override;
     std::uint32_t remove_file(const std::u16string& path) override;
     std::uint32_t rename_file(const std::u16string& from, const std::u16string& to) override;
+    std::uint32_t rename_file_durably(const std::u16string& from, const std::u16string& to) override;
     std::uint32_t replace_file(const std::u16string& from, const std::u16string& to) override;
     std::uint32_t temp_folder(std::u16string& folder) override;
     [[nodiscard]] char16_t separator() override { return separator_; }
@@ -67,12 +68,15 @@ public:
     void set_most_moved(std::size_t bytes);
     /// What wasn't flushed is gone. Open files answer 6 from then on.
     void lose_power();
+    /// Takes the name from a file, open or not, as some systems let anybody do; who has it open goes on with it.
+    void unlink(std::string_view path);
 
 private:
     friend class memory_file;
 
     struct file_data {
         std::string content;
+        std::string durable_content;  ///< what a loss of power leaves of it
         std::vector<std::string> writes;
         std::string path;  ///< present name, UTF-8
     };
@@ -80,6 +84,7 @@ private:
         std::shared_ptr<file_data> data;
         std::uint32_t access = 0;
         std::uint32_t share = 0;
+        bool appends = false;
     };
 
     std::uint32_t enter(const std::u16string& path, std::uint32_t access, std::uint32_t share, file_open_mode mode,
@@ -91,6 +96,7 @@ private:
     [[nodiscard]] std::uint32_t failure(operation what, const std::string& path);
     void add_folders(const std::string& path);
     std::uint32_t missing(const std::string& path) const;
+    void make_names_durable(const std::string& folder);
 
     const char16_t separator_;
     std::u16string system_folder_;
@@ -98,7 +104,7 @@ private:
     std::uint32_t temp_folder_error_ = 0;
     mutable std::mutex mutex_;
     std::map<std::string, std::shared_ptr<file_data>> present_;
-    std::map<std::string, std::string> durable_;  ///< what a loss of power leaves
+    std::map<std::string, std::shared_ptr<file_data>> durable_;  ///< the names that a loss of power leaves
     std::set<std::string> folders_;
     std::map<std::uint64_t, open_entry> open_;
     std::uint64_t next_open_ = 0;

@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <boost/make_shared.hpp>
+#include <functional>
 
 #include "foundation/exc/exceptions.h"
 #include "foundation/logging/log_setup.h"
@@ -16,6 +18,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
+using ::testing::HasSubstr;
 using operation = platform::testing::memory_files::operation;
 
 constexpr const char* product_key = "SOFTWARE\\Tarno\\Tarno Lodestore";
@@ -247,44 +250,91 @@ TEST_F(LogRotation, ArchiveThatCannotTakeItsPlaceBringsTheAgesBack) {
     EXPECT_EQ(content("C:\\a.log"), "more");
 }
 
-TEST_F(LogRotation, NoMomentOfARotationLosesALineToAPowerFailure) {
-    const auto everything = [this] {
-        std::string all;
-        for (const std::string& path : system_.files.paths()) {
-            all += path.ends_with(".log") ? content(path) : gunzip(content(path)).value_or("");
+/// Breaks a rotation off at one moment after the other, each in a folder of its own, and makes a whole one after it.
+class BrokenRotation : public LogRotation {
+protected:
+    /// Whether the rotation came to its end before that moment. Everything that was there is looked for after the break, and again
+    /// after the next rotation, but for what that one drops for its age.
+    bool ends_before(int moment, const std::function<void()>& strike) {
+        folder_ = "C:\\" + std::to_string(moment) + "\\";
+        system_.files.add_folder(folder_);
+        for (const std::string_view text : {"[oldest]", "[older]", "[old]"}) {
+            open_log();
+            fill(text);
+            rotate(1, 2);
         }
-        return all;
-    };
-    for (int moment = 0;; ++moment) {
-        system_.files.set_failure({});
-        for (const std::string& path : system_.files.paths()) {
-            system_.files.remove_file(text::utf8_to_wide(path));
+        fill("[the line]");
+
+        const bool whole = rotate_until(moment, strike);
+        for (const std::string_view text : {"[older]", "[old]", "[the line]"}) {
+            EXPECT_THAT(everything_in({".gz", ".old", ".log"}), HasSubstr(text)) << "moment " << moment;
         }
-        system_.files.put("C:\\a.log.gz", "");
-        log_ = boost::make_shared<win::win_log_file_t>(u"C:\\a.log");
+        open_log();
+        fill("[next]");
+        rotate(1, 2);
+        for (const std::string_view text : {"[old]", "[the line]", "[next]"}) {
+            EXPECT_THAT(everything_in({".log.gz", ".log"}), HasSubstr(text)) << "moment " << moment;
+        }
+        EXPECT_FALSE(system_.files.content(folder_ + "a.log.gz.part"));
+        return whole;
+    }
+
+private:
+    void open_log() {
+        log_.reset();
+        log_ = boost::make_shared<win::win_log_file_t>(text::utf8_to_wide(folder_ + "a.log"));
         log_->flush_each_write = true;
-        fill("the line");
-        bool lost = false;
+    }
+
+    bool rotate_until(int moment, const std::function<void()>& strike) {
+        bool struck = false;
         int left = moment;
         system_.files.set_failure([&](operation, const std::string&) {
             if (left-- == 0) {
-                lost = true;
-                system_.files.lose_power();
+                struck = true;
+                strike();
             }
-            return lost ? 6U : 0U;
+            return struck ? 6U : 0U;
         });
         try {
-            rotate(1, 10);
+            rotate(1, 2);
         } catch (const exc::exc_base_t&) {
-            EXPECT_TRUE(lost);
+            EXPECT_TRUE(struck);
         }
-        EXPECT_THAT(everything(), ::testing::HasSubstr("the line")) << "moment " << moment;
-        log_.reset();
-        if (!lost) {
-            EXPECT_GT(moment, 10);
-            break;
-        }
+        system_.files.set_failure({});
+        return !struck;
     }
+
+    [[nodiscard]] std::string everything_in(std::initializer_list<std::string_view> endings) const {
+        std::string all;
+        for (const std::string& path : system_.files.paths()) {
+            const auto ends = [&](std::string_view ending) { return path.ends_with(ending); };
+            if (path.starts_with(folder_) && std::any_of(endings.begin(), endings.end(), ends)) {
+                all += path.ends_with(".log") ? content(path) : unpacked(path);
+            }
+        }
+        EXPECT_THAT(all, Not(HasSubstr("broken")));
+        return all;
+    }
+
+    std::string folder_;
+};
+
+TEST_F(BrokenRotation, LosesNothingToAPowerFailure) {
+    int moment = 0;
+    while (!ends_before(moment, [this] { system_.files.lose_power(); })) {
+        ++moment;
+    }
+    EXPECT_GT(moment, 15);
+}
+
+/// What was done stays then, flushed or not, and nothing is done any more.
+TEST_F(BrokenRotation, LosesNothingToTheEndOfItsProcess) {
+    int moment = 0;
+    while (!ends_before(moment, [] {})) {
+        ++moment;
+    }
+    EXPECT_GT(moment, 15);
 }
 
 TEST_F(LogRotation, FullLogIsRotatedAtTheStartAndEveryThousandEntries) {

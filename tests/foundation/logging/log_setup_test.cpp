@@ -56,7 +56,7 @@ TEST_F(LogSetup, ConfiguredFolderGoesBeforeTheDefaultOne) {
     system_.registry.set_string(product_key, "LogDirectory", "C:\\Logs\\");
     EXPECT_EQ(logging::default_log_path(u"a.log"), u"C:\\Logs\\a.log");
     system_.registry.set_dword(product_key, "LogDirectory", 1);
-    EXPECT_EQ(logging::log_folder(), u"C:\\ProgramData\\Tarno\\Backup");
+    EXPECT_EQ(logging::log_folder(), u"C:\\ProgramData\\Tarno\\Backup\\");
 }
 
 TEST_F(LogSetup, FolderIsEmptyWhenTheSystemCannotTell) {

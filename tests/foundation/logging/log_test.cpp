@@ -258,6 +258,38 @@ TEST_F(Log, SizeIsLookedAtEveryThousandEntries) {
     log_->set_check_size({});
 }
 
+TEST_F(Log, CheckThatLogsALotIsNotRunInsideItself) {
+    class talkative_check final : public logging::size_check_t {
+    public:
+        explicit talkative_check(const logging::log_writer_t& writer) : writer_(writer) {}
+        void check(logging::receiver::log_file_t&) override {
+            ++calls;
+            deepest = std::max(deepest, ++depth_);
+            for (int i = 0; calls == 1 && i < 2500; ++i) {
+                writer_.LogInfo("checking");
+            }
+            --depth_;
+        }
+        int calls = 0;
+        int deepest = 0;
+
+    private:
+        logging::log_writer_t writer_;
+        int depth_ = 0;
+    };
+    const auto check = boost::make_shared<talkative_check>(tap_);
+    log_->set_check_size(check);
+    for (int i = 0; i < 1000; ++i) {
+        tap_.LogInfo("x");
+    }
+    EXPECT_EQ(check->calls, 1);
+    EXPECT_EQ(check->deepest, 1);
+    tap_.LogInfo("the check itself has written enough for another one");
+    EXPECT_EQ(check->calls, 2);
+    // The check's writer holds the log that holds the check.
+    log_->set_check_size({});
+}
+
 TEST_F(Log, EntriesOfSeveralThreadsDoNotMix) {
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {

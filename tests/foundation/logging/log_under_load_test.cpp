@@ -162,4 +162,24 @@ TEST_F(LogOnDisk, LogStaysReadableWhileItIsWritten) {
     EXPECT_EQ(folder_.content("a.log"), "one\r\ntwo\r\n");
 }
 
+TEST_F(LogOnDisk, LogThatSomebodyCutsHasNoHole) {
+    win::win_log_file_t log(path("a.log"));
+    log.write("one\r\n");
+    std::filesystem::resize_file(folder_ / "a.log", 0);
+    log.write("two\r\n");
+    EXPECT_EQ(folder_.content("a.log"), "two\r\n");
+}
+
+TEST_F(LogOnDisk, LogWhoseFolderIsRemovedMakesItAnew) {
+    platform::system_set set = with_real_files();
+    set.clock = &system_.clock;
+    const platform::scoped_system scope(set);
+    std::filesystem::create_directories(folder_ / "logs/deep");
+    win::win_log_file_t log(path("logs/deep/a.log"));
+    std::filesystem::remove_all(folder_ / "logs");
+    system_.clock.sleep(1000);
+    log.write("one\r\n");
+    EXPECT_EQ(folder_.content("logs/deep/a.log"), "one\r\n");
+}
+
 }  // namespace

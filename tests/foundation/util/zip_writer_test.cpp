@@ -82,6 +82,15 @@ TEST_F(ZipWriter, ArchiveIsOnTheDiskBeforeItTakesItsPlace) {
     EXPECT_EQ(gunzip(*system_.files.content("C:\\a.gz")), "content");
 }
 
+TEST_F(ZipWriter, PlaceIsItsOwnForGood) {
+    util::zip_writer_t writer(u"C:\\a.gz");
+    append(writer, "content");
+    writer.close();
+    system_.files.lose_power();
+    EXPECT_THAT(system_.files.paths(), ElementsAre("C:\\a.gz"));
+    EXPECT_EQ(gunzip(*system_.files.content("C:\\a.gz")), "content");
+}
+
 TEST_F(ZipWriter, PlaceThatIsTakenStaysTaken) {
     system_.files.put("C:\\a.gz", "whole");
     {

@@ -170,10 +170,10 @@ TEST_F(Paths, LongPathsBearAPrefix) {
     EXPECT_EQ(win::strip_long_prefix(u"C:\\a"), u"C:\\a");
     EXPECT_EQ(win::strip_long_prefix(u"\\\\server\\share"), u"\\\\server\\share");
     using win::long_path_kind_t;
-    EXPECT_EQ(win::long_path_kind(u"\\\\?\\UNC\\server"), long_path_kind_t::network);
-    EXPECT_EQ(win::long_path_kind(u"\\\\?\\C:\\a"), long_path_kind_t::local);
-    EXPECT_EQ(win::long_path_kind(u"\\\\server\\share"), long_path_kind_t::network);
-    EXPECT_EQ(win::long_path_kind(u"C:\\a"), long_path_kind_t::none);
+    EXPECT_EQ(win::is_long_path(u"\\\\?\\UNC\\server"), long_path_kind_t::network);
+    EXPECT_EQ(win::is_long_path(u"\\\\?\\C:\\a"), long_path_kind_t::local);
+    EXPECT_EQ(win::is_long_path(u"\\\\server\\share"), long_path_kind_t::network);
+    EXPECT_EQ(win::is_long_path(u"C:\\a"), long_path_kind_t::none);
 }
 
 /// Lets through what lies in one folder.

@@ -7,6 +7,7 @@
 
 #include "foundation/exc/exceptions.h"
 #include "foundation/logging/log_writer.h"
+#include "foundation/util/common_lib_ctx.h"
 #include "foundation/util/zip_writer.h"
 #include "platform/testing/fakes.h"
 #include "support/gunzip.h"
@@ -56,6 +57,58 @@ TEST_F(WinLogFile, FullDiskLosesTheTextSilentlyAndWhole) {
     system_.files.set_free_bytes(std::nullopt);
     log.write("after\r\n");
     EXPECT_EQ(content("C:\\a.log"), "before\r\nafter\r\n");
+}
+
+TEST_F(WinLogFile, GoesOnInANewFileWhenItsOwnIsTakenAway) {
+    win::win_log_file_t log(u"C:\\a.log");
+    const std::string& path = log.path();
+    log.write("before\r\n");
+    system_.files.unlink("C:\\a.log");
+    system_.clock.sleep(999);
+    log.write("lost\r\n");
+    EXPECT_THAT(system_.files.paths(), ElementsAre());
+    system_.clock.sleep(1);
+    log.write("new\r\n");
+    EXPECT_EQ(content("C:\\a.log"), "new\r\n");
+    EXPECT_EQ(log.size(), 5U);
+    EXPECT_EQ(path, "C:\\a.log");
+    system_.files.put("C:\\a.log", "another file\r\n");
+    system_.clock.sleep(1000);
+    log.write("behind it\r\n");
+    EXPECT_EQ(content("C:\\a.log"), "another file\r\nbehind it\r\n");
+}
+
+TEST_F(WinLogFile, GoesOnInItsOldFileWhenThereIsNoWayToANewOne) {
+    win::win_log_file_t log(u"C:\\a.log");
+    log.write("one\r\n");
+    system_.files.unlink("C:\\a.log");
+    system_.files.set_failure([](operation what, const std::string&) { return what == operation::open ? 5U : 0U; });
+    system_.clock.sleep(1000);
+    log.write("two\r\n");
+    EXPECT_EQ(log.size(), 10U);
+    system_.files.set_failure({});
+    log.write("three\r\n");
+    EXPECT_EQ(log.size(), 17U) << "the next look comes a second after the last";
+    system_.clock.sleep(1000);
+    log.write("four\r\n");
+    EXPECT_EQ(content("C:\\a.log"), "four\r\n");
+}
+
+TEST_F(WinLogFile, NewFileIsOpenedWhereThisProcessMay) {
+    class nowhere final : public security::IFilesAccessPermissions {
+    public:
+        void check(const text::wide_string& path) override {
+            throw exc::runtime_exc_t("Not here: [%1].", text::wide_to_utf8(path));
+        }
+    };
+    common_lib_ctx().set_files_access_permissions(boost::make_shared<nowhere>());
+    try {
+        const win::win_log_file_t log(u"C:\\a.log");
+        FAIL();
+    } catch (const exc::runtime_exc_t& e) {
+        EXPECT_STREQ(e.what(), "Not here: [C:\\a.log].");
+    }
+    common_lib_ctx().set_files_access_permissions({});
 }
 
 TEST_F(WinLogFile, FlushesEachWriteWhenToldTo) {

@@ -88,6 +88,27 @@ TYPED_TEST(FilesConformance, ReadsAndWritesAtItsPosition) {
     EXPECT_EQ(opened->flush(), 0U);
 }
 
+TYPED_TEST(FilesConformance, AppendsWhereverThePositionIs) {
+    this->put(u"a", "0123");
+    const std::unique_ptr<file> opened = this->open(u"a", read_write | file_access::append, file_share::read);
+    this->write(*opened, "45");
+    EXPECT_EQ(opened->seek(1), 0U);
+    EXPECT_EQ(this->read(*opened, 2), "12");
+    this->write(*opened, "67");
+    EXPECT_EQ(opened->seek(6), 0U);
+    EXPECT_EQ(opened->truncate_here(), 0U);
+    EXPECT_EQ(opened->seek(0), 0U);
+    this->write(*opened, "!");
+    EXPECT_EQ(this->open_result(u"a", file_access::write, share_all, file_open_mode::open_existing), error::sharing_violation);
+    EXPECT_EQ(this->content(u"a"), "012345!");
+}
+
+TYPED_TEST(FilesConformance, KnowsItsName) {
+    this->put(u"other", "content");
+    const std::unique_ptr<file> opened = this->open(u"a");
+    EXPECT_TRUE(opened->is_named(this->path(u"a")));
+}
+
 TYPED_TEST(FilesConformance, FillsAGapWithZerosAndCutsWhereItStands) {
     const std::unique_ptr<file> opened = this->open(u"a");
     this->write(*opened, "ab");
@@ -188,16 +209,21 @@ TYPED_TEST(FilesConformance, RemovesFilesOnly) {
 }
 
 TYPED_TEST(FilesConformance, RenamesWithoutReplacing) {
-    this->put(u"a", "first");
-    this->put(u"b", "second");
-    EXPECT_EQ(this->under_test().rename_file(this->path(u"a"), this->path(u"b")), error::already_exists);
-    EXPECT_EQ(this->content(u"b"), "second");
-    EXPECT_EQ(this->under_test().rename_file(this->path(u"a"), this->path(u"c")), 0U);
-    EXPECT_EQ(this->content(u"c"), "first");
-    EXPECT_FALSE(this->under_test().exists(this->path(u"a")));
-    EXPECT_EQ(this->under_test().rename_file(this->path(u"a"), this->path(u"d")), error::file_not_found);
-    const std::u16string deep = this->path(u"absent") + this->under_test().separator() + u"c";
-    EXPECT_EQ(this->under_test().rename_file(this->path(u"c"), deep), error::path_not_found);
+    for (const auto rename : {&files::rename_file, &files::rename_file_durably}) {
+        const auto renamed = [&](const std::u16string& from, const std::u16string& to) {
+            return (this->under_test().*rename)(this->path(from), this->path(to));
+        };
+        this->put(u"a", "first");
+        this->put(u"b", "second");
+        EXPECT_EQ(renamed(u"a", u"b"), error::already_exists);
+        EXPECT_EQ(this->content(u"b"), "second");
+        EXPECT_EQ(renamed(u"a", u"c"), 0U);
+        EXPECT_EQ(this->content(u"c"), "first");
+        EXPECT_FALSE(this->under_test().exists(this->path(u"a")));
+        EXPECT_EQ(renamed(u"a", u"d"), error::file_not_found);
+        EXPECT_EQ(renamed(u"c", std::u16string(u"absent") + this->under_test().separator() + u"c"), error::path_not_found);
+        EXPECT_EQ(this->under_test().remove_file(this->path(u"c")), 0U);
+    }
 }
 
 TYPED_TEST(FilesConformance, ReplacesInOneStep) {

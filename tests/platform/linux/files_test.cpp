@@ -78,6 +78,33 @@ TEST_F(LinuxFiles, TellsAFullDevice) {
     EXPECT_EQ(count, 0U);
 }
 
+TEST_F(LinuxFiles, TellsWhenAnOpenFileHasLostItsName) {
+    std::unique_ptr<file> opened;
+    ASSERT_EQ(open("log", file_access::write, file_share::read, opened), 0U);
+    const std::u16string path = text::unicode::decode_utf8_lenient(folder_ / "log");
+    std::filesystem::rename(folder_ / "log", folder_ / "log.1");
+    EXPECT_FALSE(opened->is_named(path));
+    folder_.put("log", "another one");
+    EXPECT_FALSE(opened->is_named(path));
+    std::filesystem::rename(folder_ / "log.1", folder_ / "log");
+    EXPECT_TRUE(opened->is_named(path));
+    std::filesystem::create_symlink(folder_ / "log", folder_ / "link");
+    EXPECT_TRUE(opened->is_named(text::unicode::decode_utf8_lenient(folder_ / "link")));
+    EXPECT_FALSE(opened->is_named(text::unicode::decode_utf8_lenient(folder_ / "log/below")));
+    EXPECT_TRUE(opened->is_named(text::unicode::decode_utf8_lenient(folder_ / std::string(300, 'x')))) << "can't be told";
+}
+
+TEST_F(LinuxFiles, AppendsToWhatSomebodyElseHasLeft) {
+    std::unique_ptr<file> opened;
+    ASSERT_EQ(open("log", file_access::write | file_access::append, file_share::read, opened), 0U);
+    const std::array<std::uint8_t, 3> data{'a', 'b', 'c'};
+    std::size_t count = 0;
+    EXPECT_EQ(opened->write(data, count), 0U);
+    std::filesystem::resize_file(folder_ / "log", 1);
+    EXPECT_EQ(opened->write(data, count), 0U);
+    EXPECT_EQ(folder_.content("log"), "aabc");
+}
+
 TEST_F(LinuxFiles, RefusesNamesWithATerminator) {
     std::unique_ptr<file> opened;
     EXPECT_EQ(

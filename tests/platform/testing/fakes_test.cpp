@@ -102,6 +102,36 @@ TEST(MemoryFiles, ReplaceDurablyButOnlyWithWhatWasFlushed) {
     EXPECT_THAT(files.paths(), ElementsAre("C:\\data\\a", "C:\\data\\b"));
 }
 
+TEST(MemoryFiles, RenameDurablyWithAllNamesOfTheFolder) {
+    memory_files files;
+    files.put("C:\\data\\a", "a");
+    files.put("C:\\data\\b", "b");
+    files.put("C:\\data\\c", "c");
+    files.put("C:\\other\\d", "d");
+    EXPECT_EQ(files.rename_file(u"C:\\data\\a", u"C:\\data\\a.1"), 0U);
+    EXPECT_EQ(files.rename_file(u"C:\\other\\d", u"C:\\other\\d.1"), 0U);
+    EXPECT_EQ(files.remove_file(u"C:\\data\\c"), 0U);
+    EXPECT_EQ(files.rename_file_durably(u"C:\\data\\b", u"C:\\data\\a"), 0U);
+    files.lose_power();
+    EXPECT_THAT(files.paths(), ElementsAre("C:\\data\\a", "C:\\data\\a.1", "C:\\other\\d"));
+    EXPECT_EQ(files.content("C:\\data\\a"), "b");
+    EXPECT_EQ(files.content("C:\\data\\a.1"), "a");
+}
+
+TEST(MemoryFiles, LoseTheirNamesWhileOpen) {
+    memory_files files;
+    files.put("C:\\data\\a", "a");
+    const std::unique_ptr<file> a = open_for_writing(files, u"C:\\data\\a");
+    files.unlink("C:\\data\\a");
+    EXPECT_FALSE(a->is_named(u"C:\\data\\a"));
+    EXPECT_EQ(write_text(*a, "b"), 0U);
+    EXPECT_THAT(files.paths(), ElementsAre());
+    const std::unique_ptr<file> second = open_for_writing(files, u"C:\\data\\a");
+    EXPECT_FALSE(a->is_named(u"C:\\data\\a"));
+    EXPECT_TRUE(second->is_named(u"C:/data/a"));
+    EXPECT_EQ(files.content("C:\\data\\a"), "");
+}
+
 TEST(MemoryFiles, AreFullAfterTheirLastByte) {
     memory_files files;
     files.put("C:\\data\\a", "12");

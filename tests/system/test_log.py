@@ -11,6 +11,7 @@ import shutil
 import struct
 import subprocess
 import tempfile
+import time
 import unittest
 
 from tape_server import TapeServer
@@ -81,6 +82,134 @@ class HeldLogs(LogCase):
             self.assertEqual(len(list(self.folder.iterdir())), 1000)
             self.assertEqual(server.stop(), 0)
             self.assertIn("The log file can't be opened", server.errors())
+
+
+class LogsInOddPlaces(LogCase):
+    def test_paths_with_blanks_and_of_all_scripts(self):
+        self.log = self.folder / "Ordner mit Leerzeichen" / "журнал ログ 😀.log"
+        server = self.server(limit=2000)
+        while not (archive := self.log.with_name(self.log.name + ".gz")).exists():
+            self.call(server)
+        content = subprocess.run(["gunzip", "-c", archive], capture_output=True, check=True).stdout
+        self.assertIn("LOG: Initializing log file ...", content.decode())
+        self.assertIn("[SoapEnter] GetOwnerName", content.decode())
+
+    def test_relative_path_lies_in_the_current_folder(self):
+        self.log = "bare.log"
+        server = self.server()
+        self.call(server)
+        self.assertIn("[SoapEnter] GetOwnerName", (server.folder / "bare.log").read_text())
+
+    def test_folder_in_the_place_of_the_log_leaves_the_server_without_one(self):
+        self.log.mkdir()
+        server = self.server()
+        self.assertEqual(self.call(server), "")
+        self.assertEqual(server.stop(), 0)
+        self.assertIn("The log file can't be opened", server.errors())
+        self.assertEqual(list(self.log.iterdir()), [])
+
+    def test_limit_of_zero_lets_the_log_grow(self):
+        self.log.write_bytes(b"x" * 20_000_000 + b"\r\n")
+        server = self.server(limit=0)
+        self.call(server)
+        self.assertGreater(self.log.stat().st_size, 20_000_000)
+        self.assertEqual([path.name for path in self.folder.iterdir()], ["Svc.log"])
+
+
+class LogsTakenAway(LogCase):
+    def until_it_logs_to(self, server, path, start=0):
+        deadline = time.monotonic() + 20
+        while not path.exists() or b"[SoapEnter] GetOwnerName" not in path.read_bytes()[start:]:
+            self.assertLess(time.monotonic(), deadline, "the log does not come back")
+            self.call(server)
+
+    def test_removed_log_comes_back(self):
+        server = self.server()
+        self.log.unlink()
+        self.until_it_logs_to(server, self.log)
+
+    def test_removed_folder_comes_back(self):
+        self.log = self.folder / "logs" / "deep" / "Svc.log"
+        server = self.server(limit=20000)
+        shutil.rmtree(self.folder / "logs")
+        self.until_it_logs_to(server, self.log)
+        while not self.log.with_name("Svc.log.gz").exists():
+            self.call(server)
+
+    def test_moved_log_is_left_and_another_in_its_place_is_gone_on_with(self):
+        server = self.server()
+        self.log.rename(self.folder / "moved")
+        self.log.write_bytes(b"a line of somebody else\r\n")
+        self.until_it_logs_to(server, self.log)
+        self.assertTrue(self.log.read_bytes().startswith(b"a line of somebody else\r\n["))
+        self.assertIn("LOG: Initializing log file ...", (self.folder / "moved").read_text())
+        size = (self.folder / "moved").stat().st_size
+        self.call(server)
+        self.assertEqual((self.folder / "moved").stat().st_size, size)
+
+    def test_log_that_is_cut_goes_on_at_its_new_end(self):
+        server = self.server()
+        self.call(server)
+        os.truncate(self.log, 0)
+        self.call(server)
+        self.assertTrue(self.log.read_bytes().startswith(b"["))
+        self.assertIn("[SoapExit] GetOwnerName", self.log.read_text())
+
+
+class KilledRotations(LogCase):
+    """The server dies while it makes an archive, at a later point each time, and loses nothing."""
+
+    def numbers_in(self, contents):
+        numbers = [int(number) for content in contents for number in re.findall(rb"line (\d+) ", content)]
+        self.assertEqual(sorted(set(numbers)), list(range(self.lines)))
+        return numbers
+
+    def archives(self):
+        """By the ordinary program; it fails at a broken one."""
+        return [subprocess.run(["gunzip", "-c", path], capture_output=True, check=True).stdout for path in self.folder.glob("*.log.gz")]
+
+    def size_of_part(self):
+        try:
+            return (self.folder / "Svc.log.gz.part").stat().st_size
+        except FileNotFoundError:
+            return None
+
+    def wait_for_archive(self, server, size):
+        """Until so much of it is written; none: until it takes its place."""
+        deadline = time.monotonic() + 60
+
+        def check():
+            self.assertIsNone(server.process.poll(), server.errors())
+            self.assertLess(time.monotonic(), deadline, "no archive is made")
+
+        while (written := self.size_of_part()) is None or (size is not None and written < size):
+            check()
+        while size is None and self.size_of_part() is not None:
+            check()
+
+    def test_nothing_is_lost(self):
+        self.lines = 150_000
+        filling = b"".join(b"line %d of a log that is long enough to keep the packing busy: %d\r\n" % (number, number * 7919)
+                           for number in range(self.lines))
+        old = gzip.compress(b"an archive that was whole before")
+        interrupted = 0
+        for size in (0, 1, 100_000, 1_000_000, None):
+            for path in self.folder.iterdir():
+                path.unlink()
+            self.log.write_bytes(filling)
+            (self.folder / "Svc.log.gz").write_bytes(old)
+            server = self.server(limit=1_000_000, start=False)
+            server.launch()
+            self.wait_for_archive(server, size)
+            server.kill()
+            interrupted += self.size_of_part() is not None
+            self.numbers_in([*self.archives(), self.log.read_bytes()])
+            server.start()
+            self.numbers_in([*self.archives(), self.log.read_bytes()])
+            self.assertIn(b"an archive that was whole before", self.archives())
+            self.assertIsNone(self.size_of_part())
+            server.close()
+        self.assertGreater(interrupted, 0)
 
 
 class Rotation(LogCase):

@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <gssapi/gssapi_ext.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -8,6 +9,7 @@
 
 #include "platform/linux/rpc/gss_initiator.h"
 #include "platform/linux/rpc/gss_provider.h"
+#include "platform/linux/rpc/gss_support.h"
 #include "platform/linux/rpc/spnego_der.h"
 #include "rpc/kerberos/kerberos_realm.h"
 
@@ -27,6 +29,33 @@ struct pdu_under_way {
     bytes pdu;
     bytes signature;
     std::size_t body = 0;
+};
+
+/// A client of the system's library that asks for what it likes.
+class foreign_client {
+public:
+    explicit foreign_client(OM_uint32 flags) : flags_(flags) {
+        std::string name = kerberos_realm::service;
+        name.replace(name.find('/'), 1, "@");
+        gss_buffer_desc described = gss::describe(name);
+        OM_uint32 minor = 0;
+        EXPECT_EQ(gss_import_name(&minor, &described, GSS_C_NT_HOSTBASED_SERVICE, target_.place()), GSS_S_COMPLETE);
+    }
+    bytes next(const bytes& from_server) {
+        gss_buffer_desc input = gss::describe(from_server);
+        gss::buffer output;
+        OM_uint32 minor = 0;
+        const OM_uint32 major = gss_init_sec_context(
+            &minor, GSS_C_NO_CREDENTIAL, context_.place(), target_.get(), gss::kerberos(), flags_, GSS_C_INDEFINITE,
+            GSS_C_NO_CHANNEL_BINDINGS, from_server.empty() ? GSS_C_NO_BUFFER : &input, nullptr, output.place(), nullptr, nullptr);
+        EXPECT_FALSE(GSS_ERROR(major)) << gss::failure_text(major, minor);
+        return output.bytes();
+    }
+
+private:
+    OM_uint32 flags_;
+    gss::name target_;
+    gss::context context_;
 };
 
 class KerberosExchange : public testing::Test {
@@ -226,6 +255,36 @@ TEST_F(KerberosExchange, FramedFirstTokenIsTaken) {
     bytes reply;
     EXPECT_EQ(server->accept(framed, reply), server_state::proceed);
     EXPECT_EQ(server->accept(client->next_token(reply), reply), server_state::complete);
+}
+
+TEST_F(KerberosExchange, ClientsOfAnotherManner) {
+    constexpr OM_uint32 numbered = GSS_C_REPLAY_FLAG | GSS_C_SEQUENCE_FLAG;
+    const struct {
+        OM_uint32 flags;
+        auth_level level;
+        std::string refusal;
+    } clients[] = {
+        {GSS_C_DCE_STYLE | GSS_C_MUTUAL_FLAG, auth_level::connect, ""},
+        {GSS_C_DCE_STYLE | numbered, auth_level::privacy, ""},
+        {GSS_C_DCE_STYLE | GSS_C_REPLAY_FLAG, auth_level::packet,
+         "Kerberos authentication of [anna@TARNO.TEST] was refused: it does without sequence numbers."},
+        {GSS_C_MUTUAL_FLAG | numbered, auth_level::integrity,
+         "Kerberos authentication of an unnamed client was refused: Invalid token was supplied."},
+        {0, auth_level::connect, "Kerberos authentication of an unnamed client was refused: Invalid token was supplied."},
+    };
+    for (const auto& tested : clients) {
+        reports.clear();
+        foreign_client other(tested.flags);
+        server = provider->create(tested.level);
+        bytes reply;
+        server_state verdict = server->accept(other.next({}), reply);
+        if (verdict == server_state::proceed) {
+            verdict = server->accept(other.next(reply), reply);
+        }
+        EXPECT_EQ(verdict, tested.refusal.empty() ? server_state::complete : server_state::refused);
+        EXPECT_EQ(server->identity().authenticated, tested.refusal.empty());
+        EXPECT_EQ(reports, tested.refusal.empty() ? std::vector<std::string>() : std::vector{tested.refusal});
+    }
 }
 
 TEST_F(KerberosExchange, ReplayedRequestIsRefused) {

@@ -3,6 +3,7 @@
 #include <gssapi/gssapi_krb5.h>
 
 #include <algorithm>
+#include <system_error>
 
 namespace platform::linux_rpc::gss {
 
@@ -37,9 +38,13 @@ gss_OID kerberos() {
 
 std::string failure_text(OM_uint32 major, OM_uint32 minor) {
     std::string text;
-    // The mechanism's own words tell more; the general ones only say that it has some.
+    // The mechanism's own words tell more; the general ones only say that it has some. Some refusals come with a code that only
+    // says that nothing else has failed.
     if (minor != 0) {
         add_messages(text, minor, GSS_C_MECH_CODE);
+        if (text == std::generic_category().message(0)) {
+            text.clear();
+        }
     }
     if (text.empty()) {
         add_messages(text, major, GSS_C_GSS_CODE);

@@ -11,6 +11,7 @@
 #include "foundation/winxml/list_child.h"
 #include "foundation/winxml/record_stream.h"
 #include "foundation/winxml/xml.h"
+#include "host/diagnostic_failures.h"
 #include "host/diagnostic_files.h"
 #include "records/device_record_writer.h"
 
@@ -63,14 +64,19 @@ void write_drives(const winxml::node_t& node, IChangerHandle& changer) {
     add_list(node, "Drives", CDeviceRecordWriter::WriteDriveStatusList, changer);
 }
 
-/// False: the section has failed, and the log says why.
+void report(const std::string& link, const char* text, const std::exception& failure) {
+    TellFailure(link + ": " + text, failure);
+    g_log.LogError(text, failure);
+}
+
+/// False: the section of this device has failed, and the log says why.
 template <typename Section>
-bool guarded(const char* failure, Section section) {
+bool guarded(const std::string& link, const char* failure, Section section) {
     try {
         section();
         return true;
     } catch (const std::exception& e) {
-        g_log.LogError(failure, e);
+        report(link, failure, e);
         return false;
     }
 }
@@ -86,7 +92,7 @@ public:
     void add_changer(const std::string& link) {
         const winxml::node_t node = winxml::add_element(root_, "Changer");
         boost::shared_ptr<IChangerHandle> changer;
-        const bool opened = guarded("Problem with open lib", [&] {
+        const bool opened = guarded(link, "Problem with open lib", [&] {
             changer = OpenChanger(link);
             write_head(node, *changer);
         });
@@ -94,8 +100,8 @@ public:
             return;
         }
         save();
-        guarded("Problem with gathering information about drives", [&] { add_elements(node, *changer); });
-        guarded("Problem with gathering information about drives", [&] {
+        guarded(link, "Problem with gathering information about drives", [&] { add_elements(link, node, *changer); });
+        guarded(link, "Problem with gathering information about drives", [&] {
             write_drives(node, *changer);
             save();
         });
@@ -117,11 +123,11 @@ public:
 private:
     void save() const { SaveDocument(dump_file, document_); }
 
-    void add_elements(const winxml::node_t& node, IChangerHandle& changer) {
+    void add_elements(const std::string& link, const winxml::node_t& node, IChangerHandle& changer) {
         const GET_CHANGER_PARAMETERS parameters = write_parameters(node, changer);
-        guarded("Problem with gathering information about slots", [&] { write_slots(node, parameters, changer); });
+        guarded(link, "Problem with gathering information about slots", [&] { write_slots(node, parameters, changer); });
         if (form_ == dump_form::full) {
-            guarded("Problem with IEPorts statuses", [&] { write_ports(node, parameters, changer); });
+            guarded(link, "Problem with IEPorts statuses", [&] { write_ports(node, parameters, changer); });
         }
         save();
     }
@@ -134,7 +140,7 @@ private:
             CDeviceRecordWriter::WriteAddress(node, drive);
             CDeviceRecordWriter::WriteBlockSizes(node, drive);
         } catch (const std::exception& e) {
-            g_log.LogError("Problem with Open Drive", e);
+            report(link, "Problem with Open Drive", e);
             winxml::set_attribute(node, "Error", e.what());
         }
     }

@@ -11,6 +11,7 @@
 #include "foundation/winxml/record_stream.h"
 #include "foundation/winxml/xml.h"
 #include "host/diagnostic_dump.h"
+#include "host/diagnostic_failures.h"
 #include "host/diagnostic_files.h"
 #include "records/device_record_writer.h"
 
@@ -75,6 +76,7 @@ void eject(const std::string& link) {
         drive.StorageMediaRemoval(false);
         drive.PrepareTape(platform::TAPE_UNLOAD, true);
     } catch (const std::exception& e) {
+        TellFailure("Problem with " + link, e);
         g_log.LogError("Problem with %1 ", e.what());
     }
 }
@@ -95,6 +97,7 @@ void import_tape(const action_numbers& numbers) {
         list_changers(links);
         OpenFirstChanger(links)->FromIEPortToSlot(element(numbers.a), element(numbers.b));
     } catch (const std::exception& e) {
+        TellFailure("Failed to import tape", e);
         g_log.LogError("Failed to import tape", e);
     }
 }

@@ -2,8 +2,6 @@
 
 #include <boost/make_shared.hpp>
 
-#include <iostream>
-
 #include "changer/tape_variables.h"
 #include "command/svc_context.h"
 #include "command/version_check.h"
@@ -13,6 +11,7 @@
 #include "foundation/text/conversion.h"
 #include "foundation/util/command_line.h"
 #include "foundation/util/product_options.h"
+#include "host/diagnostic_failures.h"
 #include "host/diagnostics.h"
 #include "host/rpc_server.h"
 #include "host/server_lifetime.h"
@@ -68,8 +67,9 @@ bool run_diagnostic(const util::command_line_t& command_line) {
     try {
         return RunDiagnosticAction(command_line);
     } catch (const std::exception& e) {
-        g_log.LogError("The diagnostic action has failed.", e);
-        std::cerr << "TarnoTapeSvc: the diagnostic action has failed.\n" << e.what() << std::endl;
+        constexpr char failure[] = "The diagnostic action has failed.";
+        diagnostics::TellFailure(failure, e);
+        g_log.LogError(failure, e);
         return true;
     }
 }

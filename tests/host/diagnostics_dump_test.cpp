@@ -80,6 +80,7 @@ TEST_F(DiagnosticDump, EverythingInItsOrder) {
     EXPECT_EQ(system_.log.lines().front(), "tap| Record dump information");
     EXPECT_EQ(files(), strings{"dumpinformation.xml"});
     EXPECT_EQ(file("dumpinformation.xml"), expected);
+    EXPECT_EQ(errors_, "");
 }
 
 TEST_F(DiagnosticDump, TheQuickFormLacksThePorts) {
@@ -186,6 +187,7 @@ TEST_F(DiagnosticDump, SlotsThatFailStandEmpty) {
     fail_elements(ChangerSlot);
     run({u"-dump"});
     EXPECT_EQ(count_of("tap| ERR |Problem with gathering information about slots"), 1u);
+    EXPECT_TRUE(errors_.starts_with(R"(TarnoTapeSvc: \\.\Changer0: Problem with gathering information about slots)")) << errors_;
     EXPECT_EQ(count_of(drives_failure), 0u);
     EXPECT_EQ(file("dumpinformation.xml"), expected);
 }
@@ -236,6 +238,7 @@ TEST_F(DiagnosticDump, ADriveThatFailsTellsSoInItsPlace) {
     std::string expected_drive =
         records.substr(first, records.find("><Address", first) - first) + " Error=\"DeviceIoControl(ScsiGetAddress)\" />";
     EXPECT_EQ(count_of("tap| ERR |Problem with Open Drive"), 1u);
+    EXPECT_EQ(errors_, "TarnoTapeSvc: \\\\.\\Tape1: Problem with Open Drive\nDeviceIoControl(ScsiGetAddress)\n");
     const std::string dump = file("dumpinformation.xml");
     EXPECT_EQ(dump.substr(dump.find("</Changer>") + 10),
               records.substr(0, first) + expected_drive + records.substr(second) + "</Devices>");

@@ -66,17 +66,20 @@ class DiagnosticsFixture : public test_support::LibraryFixture {
 protected:
     DiagnosticsFixture() { system_.files.add_folder("."); }
 
-    /// Runs the program's words; what it printed.
+    /// Runs the program's words; what it printed. What it told on standard error is in `errors_`.
     std::string run(std::vector<std::u16string> words) {
         words.insert(words.begin(), u"TarnoTapeSvc.exe");
         testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
         found_ = false;
         try {
             found_ = RunDiagnosticAction(words);
         } catch (const std::exception&) {
             static_cast<void>(testing::internal::GetCapturedStdout());
+            errors_ = testing::internal::GetCapturedStderr();
             throw;
         }
+        errors_ = testing::internal::GetCapturedStderr();
         return testing::internal::GetCapturedStdout();
     }
 
@@ -142,6 +145,7 @@ protected:
     }
 
     bool found_ = false;
+    std::string errors_;
 
 private:
     std::unique_ptr<faulty_devices> faulty_;

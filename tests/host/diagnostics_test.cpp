@@ -60,6 +60,7 @@ TEST_F(Diagnostics, MoveAloneEmptiesDriveOneIntoSlotThree) {
     EXPECT_TRUE(found_);
     EXPECT_EQ(barcode_at(ChangerSlot, 3), "TRN001L8");
     EXPECT_EQ(barcode_at(ChangerDrive, 1), "");
+    EXPECT_EQ(errors_, "");
     EXPECT_EQ(system_.log.lines().front(), "tap| Move tape");
     EXPECT_FALSE(system_.log.has_line("Problem with"));
     EXPECT_EQ(files(), strings{});
@@ -116,6 +117,7 @@ TEST_F(Diagnostics, TheRobotIsTriedThoughTheDriveCannotBeOpened) {
     EXPECT_EQ(opened.at(opened.size() - 2), "\\\\.\\Tape1");
     EXPECT_EQ(opened.back(), "\\\\.\\Changer0");
     EXPECT_TRUE(system_.log.has_line("ERR |Problem with Access is denied."));
+    EXPECT_TRUE(errors_.starts_with("TarnoTapeSvc: Problem with \\\\.\\Tape1\nAccess is denied.\n")) << errors_;
     EXPECT_EQ(barcode_at(ChangerSlot, 3), "TRN001L8");
 }
 
@@ -137,6 +139,8 @@ TEST_F(Diagnostics, AnImportThatFailsIsLogged) {
     EXPECT_TRUE(found_);
     EXPECT_EQ(count_of("tap| ERR |Failed to import tape"), 1u);
     EXPECT_TRUE(system_.log.has_line("IEPort '0' is empty"));
+    EXPECT_TRUE(errors_.starts_with("TarnoTapeSvc: Failed to import tape\n")) << errors_;
+    EXPECT_NE(errors_.find("IEPort '0' is empty"), std::string::npos);
 }
 
 TEST_F(Diagnostics, AMoveThatFailsLeavesAsItIs) {
@@ -171,7 +175,9 @@ TEST_F(Diagnostics, AFailureEndsTheProgramAsASuccessDoes) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(RunTapeServer({}), 0);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), one_changer);
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("Unable to move tape from ChangerSlot #0"), std::string::npos);
+    const std::string errors = testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(errors.starts_with("TarnoTapeSvc: The diagnostic action has failed.\n")) << errors;
+    EXPECT_NE(errors.find("Unable to move tape from ChangerSlot #0"), std::string::npos);
 }
 
 TEST_F(Diagnostics, ASuccessEndsTheProgram) {

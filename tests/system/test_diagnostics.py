@@ -7,6 +7,7 @@ import xml.etree.ElementTree as ElementTree
 
 from drive_library import link_of, write_faults, write_library
 from tape_server import PROGRAMS, TapeServer
+from test_foreign_library import ForeignLibrary
 
 CHANGER = r"\\.\Changer0"
 LISTED = f"Find changers:\n{CHANGER}\n"
@@ -124,7 +125,7 @@ class Actions(Diagnostics):
     def test_a_failure_is_told_and_ends_with_zero(self):
         self.assertTrue(self.run_action("-load", "1", "1", errors="Unable to move tape from ChangerSlot #1").startswith("Find changers:\n"))
         self.assertIn("Unable to move tape from ChangerSlot #1", self.server.log())
-        self.run_action("-import", "0", "0")
+        self.run_action("-import", "0", "0", errors="TarnoTapeSvc: Failed to import tape\n")
         self.assertIn("tap| ERR |Failed to import tape", self.lines())
 
     def test_dump_and_quick_dump(self):
@@ -171,7 +172,7 @@ class LargeDump(Diagnostics):
     def test_one_drive_dies_when_it_is_asked(self):
         write_faults(self.library, 'kind="fail-before" unit="8" times="0" error="1167"')
         for form in ("-dump", "-quickdump"):
-            self.run_action(form)
+            self.run_action(form, errors=f"TarnoTapeSvc: {link_of(7)}: Problem with Open Drive\n")
             root = self.document("dumpinformation.xml")
             self.check_changer(root[0], form)
             self.assertEqual(len(root), 21)
@@ -203,15 +204,77 @@ class LargeDump(Diagnostics):
         self.check_changer(root[0], "-dump")
         self.assertEqual([drive.get("SymbolicLink") for drive in root[1:]], [link_of(number) for number in range(7)])
 
-    def test_a_full_disk_leaves_the_former_file(self):
-        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=64k", "tmpfs", self.out], capture_output=True, text=True)
+    def test_killed_at_any_moment_it_leaves_a_whole_file(self):
+        path = self.out / "dumpinformation.xml"
+        began = time.monotonic()
+        self.run_action("-dump")
+        usual = time.monotonic() - began
+        for moment in range(24):
+            path.write_text("<Former />", encoding="utf-8")
+            process = subprocess.Popen(self.command("-dump"), cwd=self.out, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
+            time.sleep(usual * moment / 20)
+            process.kill()
+            process.wait()
+            root = self.document(path.name)
+            if root.tag == "Former":
+                continue
+            self.assertEqual(root.tag, "Devices")
+            sections = [child.tag for child in root[0]]
+            self.assertEqual(sections, ["Address", "Data", "Parameters", "Slots", "IEPortsStatuses", "Drives"][:len(sections)])
+            if len(root) > 1:
+                self.check_changer(root[0], "-dump")
+                self.assertEqual([drive.get("SymbolicLink") for drive in root[1:]], [link_of(number) for number in range(len(root) - 1)])
+        # What a process leaves that was killed in the middle of writing goes with the next one.
+        self.run_action("-dump")
+        self.assertEqual(self.files(), ["dumpinformation.xml"])
+
+    def mount(self, options):
+        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", options, "tmpfs", self.out], capture_output=True, text=True)
         if mounted.returncode != 0:
-            self.skipTest(f"a small file system can't be mounted here: {mounted.stderr.strip()}")
+            self.skipTest(f"a file system can't be mounted here: {mounted.stderr.strip()}")
         self.addCleanup(subprocess.run, ["umount", self.out], check=True)
+
+    def test_a_folder_that_cannot_be_written_to(self):
+        self.mount("ro")
+        for switch, name in (("-ieport", "ieportsstatuses"), ("-drivestat", "drivestatuses0"), ("-driveparameters", "drivesInformation"),
+                             ("-changers", "changer"), ("-dump", "dumpinformation"), ("-quickdump", "dumpinformation"),
+                             ("-slots", "changer0")):
+            self.run_action(switch, errors=f"Failed to create or open file [./{name}.xml.new].")
+        self.assertEqual(self.files(), [])
+
+    def test_a_full_disk_leaves_the_former_file(self):
+        self.mount("size=64k")
         self.run_action("-dump", errors="There is not enough space on the disk.")
         self.assertEqual(self.files(), ["dumpinformation.xml"])
         root = self.document("dumpinformation.xml")
         self.assertEqual([child.tag for child in root[0]], ["Address", "Data"])
+
+
+class ForeignLibraryActions(Diagnostics):
+    """On a library that isn't ours, whose drives know no READ ATTRIBUTE."""
+
+    def setUp(self):
+        super().setUp()
+        self.foreign = ForeignLibrary()
+        self.addCleanup(self.foreign.close)
+        self.server.libraries = []
+        self.server.write_settings({"TapeDeviceNotReadyTimeoutSec": 1}, self.foreign.url)
+
+    def test_every_switch(self):
+        for switch in ("-drivestat", "-ieport", "-slots", "-driveparameters", "-changers", "-dump", "-quickdump"):
+            self.assertEqual(self.run_action(switch), "")
+        self.assertEqual(self.files(), ["changer.xml", "changer0.xml", "drivesInformation.xml", "drivestatuses0.xml", "dumpinformation.xml",
+                                        "ieportsstatuses.xml"])
+        self.assertEqual([child.tag for child in self.document("dumpinformation.xml")], ["Changer", "Drive", "Drive"])
+        self.assertEqual([drive.get("driveName") for drive in self.document("drivesInformation.xml")], ["TARNO TESTDRIVE"] * 2)
+        before = self.slot_codes()
+        self.assertTrue(before[0])
+        self.assertEqual(self.run_action("-load", "0", "0"), LISTED)
+        self.run_action("-mediumparameters", errors="Invalid command operation code")
+        self.assertEqual(self.slot_codes(), ["", *before[1:]])
+        self.assertEqual(self.run_action("-unload", "0", "0"), LISTED)
+        self.assertEqual(self.slot_codes(), before)
+        self.assertNotIn("driveStatus.xml", self.files())
 
 
 if __name__ == "__main__":

@@ -78,9 +78,11 @@ public:
     /// Runs something on the thread and waits for it. Nothing on that thread ever blocks. What the action throws is thrown.
     template <typename Action>
     void run(Action action) {
+        // The task goes with the post: this side may be through before the other has let go of it.
         std::packaged_task<void()> task(std::move(action));
-        loop.events.post_action([&task] { task(); });
-        task.get_future().get();
+        std::future<void> done = task.get_future();
+        loop.events.post_action([task = std::move(task)]() mutable { task(); });
+        done.get();
     }
 
     network_loop loop;

@@ -96,7 +96,11 @@ std::uint32_t fake_events::wait(wait_handle handle, std::uint32_t milliseconds, 
 
 std::uint32_t fake_events::close(wait_handle object) {
     const std::lock_guard lock(mutex_);
-    return objects_.erase(object) == 1 ? error::success : error::invalid_handle;
+    if (objects_.erase(object) == 0) {
+        return error::invalid_handle;
+    }
+    changed_.notify_all();
+    return error::success;
 }
 
 void fake_events::set_idle_wait(idle_wait what) {
@@ -111,7 +115,12 @@ void fake_events::fail(operation what, std::uint32_t code) {
 
 void fake_events::await_waiting(std::size_t threads) {
     std::unique_lock lock(mutex_);
-    somebody_waits_.wait(lock, [&] { return blocked() >= threads; });
+    changed_.wait(lock, [&] { return blocked() >= threads; });
+}
+
+void fake_events::await_open_handles(std::size_t handles) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return objects_.size() == handles; });
 }
 
 std::vector<std::uint32_t> fake_events::waits() const {
@@ -132,6 +141,7 @@ std::uint32_t fake_events::scripted(operation what) const {
 wait_handle fake_events::enter(wait_object object) {
     last_ += 4;
     objects_.emplace(last_, std::make_shared<wait_object>(std::move(object)));
+    changed_.notify_all();
     return last_;
 }
 
@@ -142,7 +152,7 @@ std::shared_ptr<wait_object> fake_events::find(wait_handle handle) const {
 
 void fake_events::block(std::unique_lock<std::mutex>& lock, one_wait& self) {
     waiting_.push_back(&self);
-    somebody_waits_.notify_all();
+    changed_.notify_all();
     self.waiter.wake.wait(lock, [&] { return self.waiter.released || clock_.milliseconds() >= self.deadline; });
     std::erase(waiting_, &self);
 }

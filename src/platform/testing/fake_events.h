@@ -44,6 +44,8 @@ public:
 
     /// Blocks until so many threads at least are blocked in waits: then a test can move the clock.
     void await_waiting(std::size_t threads);
+    /// Blocks until just so many handles are open: the last thing of the system that a thread uses may be one that it closes.
+    void await_open_handles(std::size_t handles);
     /// The limit of every wait so far, in order of their beginning.
     [[nodiscard]] std::vector<std::uint32_t> waits() const;
     [[nodiscard]] std::size_t open_handles() const;
@@ -63,7 +65,7 @@ private:
 
     virtual_clock& clock_;
     mutable std::mutex mutex_;
-    std::condition_variable somebody_waits_;
+    std::condition_variable changed_;  ///< more waits, or other handles
     std::map<wait_handle, std::shared_ptr<wait_object>> objects_;
     wait_handle last_ = 0x100;
     std::map<operation, std::uint32_t> failures_;

@@ -6,6 +6,7 @@
 #include "foundation/io/request/baseimpl/request_processing_scheduler.h"
 #include "foundation/io/request/baseimpl/request_queue.h"
 #include "foundation/logging/log_writer.h"
+#include "foundation/logging/quietly.h"
 #include "foundation/monitoring/activity_scope.h"
 #include "foundation/synch/wait_any_trigger.h"
 #include "foundation/win/win_event.h"
@@ -38,11 +39,7 @@ basic_async_request_processor_t::~basic_async_request_processor_t() {
     try {
         stop();
     } catch (const std::exception& e) {
-        try {
-            g_libraryLog.LogError(e);
-        } catch (const std::exception&) {
-            return;  // a failed look at the log's size
-        }
+        logging::quietly([&e] { g_libraryLog.LogError(e); });
     }
 }
 

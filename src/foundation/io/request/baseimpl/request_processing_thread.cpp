@@ -4,6 +4,7 @@
 
 #include "foundation/exc/exceptions.h"
 #include "foundation/logging/log_writer.h"
+#include "foundation/logging/quietly.h"
 #include "foundation/monitoring/activity_scope.h"
 #include "foundation/synch/wait_any_trigger.h"
 #include "foundation/win/win_event.h"
@@ -40,11 +41,7 @@ request_processing_thread_t::~request_processing_thread_t() {
     try {
         end();
     } catch (const std::exception& e) {
-        try {
-            g_libraryLog.LogError(early_end, e);
-        } catch (const std::exception&) {
-            return;  // a failed look at the log's size
-        }
+        logging::quietly([&e] { g_libraryLog.LogError(early_end, e); });
     }
 }
 
@@ -57,7 +54,7 @@ void request_processing_thread_t::end() {
             stop_signal.fail(exc::runtime_exc_t(early_end));
         }
         if (!stopped || (stop_signal.has_error() && job_->processing)) {
-            g_libraryLog.LogError(early_end);
+            logging::quietly([] { g_libraryLog.LogError(early_end); });
         }
     }
     thread_->join(win::no_limit);

@@ -4,6 +4,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace platform {
 
@@ -31,6 +32,12 @@ enum class file_open_mode : std::uint8_t {
 
 /// What a path names.
 enum class path_kind : std::uint8_t { absent, file, folder };
+
+/// What lies in a folder under a name.
+struct folder_entry {
+    std::u16string name;        ///< without the folder
+    std::uint64_t written = 0;  ///< when its content was last changed: only the order of two times has a meaning
+};
 
 /// One open file. Closed by its destructor. Operations return a system error number, 0 for success. Used by one thread at
 /// a time.
@@ -79,6 +86,10 @@ public:
     /// Makes one folder; its parent must exist. 183 when it is there already.
     virtual std::uint32_t create_folder(const std::u16string& path) = 0;
     virtual std::uint32_t remove_file(const std::u16string& path) = 0;
+    /// What lies in a folder under names that begin with `prefix` and end with `suffix`, files and folders alike, in no order;
+    /// whether case counts is as the system has it. 3 for an absent folder. `entries` is left alone on failure.
+    virtual std::uint32_t list_folder(const std::u16string& folder, const std::u16string& prefix, const std::u16string& suffix,
+                                      std::vector<folder_entry>& entries) = 0;
     /// Fails with 183 when the new name is taken.
     virtual std::uint32_t rename_file(const std::u16string& from, const std::u16string& to) = 0;
     /// The same, and makes this and every earlier change of a name in the new name's folder durable.

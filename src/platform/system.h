@@ -5,6 +5,7 @@ namespace platform {
 class accounts;
 class clock;
 class com_runtime;
+class crash;
 class debug_output;
 class devices;
 class errors;
@@ -25,6 +26,7 @@ struct system_set {
     platform::accounts* accounts = nullptr;
     platform::clock* clock = nullptr;
     platform::com_runtime* com_runtime = nullptr;
+    platform::crash* crash = nullptr;
     platform::debug_output* debug_output = nullptr;
     platform::devices* devices = nullptr;
     platform::errors* errors = nullptr;

@@ -1,5 +1,6 @@
 #include "platform/linux/files.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,6 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <string_view>
+#include <utility>
 
 #include "foundation/text/unicode.h"
 #include "platform/linux/descriptor.h"
@@ -39,6 +42,14 @@ std::uint32_t path_error(int number, const std::string& path) {
         return is_folder(folder_of(path)) ? error::file_not_found : error::path_not_found;
     }
     return from_errno(number);
+}
+
+std::uint64_t nanoseconds_of(const timespec& time) {
+    constexpr std::uint64_t nanoseconds_a_second = 1'000'000'000;
+    // Before 1970 nobody wrote here.
+    return time.tv_sec < 0
+               ? 0
+               : static_cast<std::uint64_t>(time.tv_sec) * nanoseconds_a_second + static_cast<std::uint64_t>(time.tv_nsec);
 }
 
 /// An operation that the kernel has carried out in one go: it has no pending ones for files that are worth the name.
@@ -288,6 +299,38 @@ std::uint32_t linux_files::create_folder(const std::u16string& path) {
 std::uint32_t linux_files::remove_file(const std::u16string& path) {
     const std::string name = native(path);
     return unlink(name.c_str()) == 0 ? error::success : path_error(errno, name);
+}
+
+std::uint32_t linux_files::list_folder(const std::u16string& folder, const std::u16string& prefix, const std::u16string& suffix,
+                                       std::vector<folder_entry>& entries) {
+    const std::string place = native(folder);
+    if (place.empty()) {
+        return folder.empty() ? error::path_not_found : error::invalid_name;
+    }
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(place.c_str()), closedir);
+    if (listing == nullptr) {
+        return errno == ENOENT || errno == ENOTDIR ? error::path_not_found : from_errno(errno);
+    }
+    const std::string front = native(prefix);
+    const std::string back = native(suffix);
+    std::vector<folder_entry> found;
+    for (errno = 0; const dirent* entry = readdir(listing.get()); errno = 0) {
+        const std::string_view name = entry->d_name;
+        if (name == "." || name == ".." || name.size() < front.size() + back.size() || !name.starts_with(front) ||
+            !name.ends_with(back)) {
+            continue;
+        }
+        struct stat status {};
+        // What is gone by now isn't there.
+        if (fstatat(dirfd(listing.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0) {
+            found.push_back({text::unicode::decode_utf8_lenient(name), nanoseconds_of(status.st_mtim)});
+        }
+    }
+    if (errno != 0) {
+        return from_errno(errno);
+    }
+    entries = std::move(found);
+    return error::success;
 }
 
 std::uint32_t linux_files::rename_file(const std::u16string& from, const std::u16string& to) {

@@ -20,6 +20,9 @@ public:
     [[nodiscard]] bool exists(const std::u16string& path) override;
     std::uint32_t create_folder(const std::u16string& path) override;
     std::uint32_t remove_file(const std::u16string& path) override;
+    /// Case counts.
+    std::uint32_t list_folder(const std::u16string& folder, const std::u16string& prefix, const std::u16string& suffix,
+                              std::vector<folder_entry>& entries) override;
     std::uint32_t rename_file(const std::u16string& from, const std::u16string& to) override;
     std::uint32_t rename_file_durably(const std::u16string& from, const std::u16string& to) override;
     std::uint32_t replace_file(const std::u16string& from, const std::u16string& to) override;

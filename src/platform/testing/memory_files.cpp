@@ -83,6 +83,7 @@ public:
         }
         const std::lock_guard lock(owner_.mutex_);
         target->content.resize(static_cast<std::size_t>(position_));
+        target->changed = ++owner_.changes_;
         return error::success;
     }
 
@@ -213,6 +214,7 @@ private:
             target->content.resize(end);
             std::copy_n(data.begin(), room, target->content.begin() + static_cast<std::ptrdiff_t>(at));
             target->writes.emplace_back(data.begin(), data.begin() + static_cast<std::ptrdiff_t>(room));
+            target->changed = ++owner_.changes_;
         }
         count = room;
         return room == wanted ? error::success : error::disk_full;
@@ -303,6 +305,9 @@ std::uint32_t memory_files::enter(const std::u16string& path, std::uint32_t acce
         }
     }
     data->path = name;
+    if (found == present_.end() || mode == file_open_mode::create_always) {
+        data->changed = ++changes_;
+    }
     present_[name] = data;
     if (mode == file_open_mode::create_always) {
         data->content.clear();
@@ -371,6 +376,34 @@ std::uint32_t memory_files::remove_file(const std::u16string& path) {
         return error::sharing_violation;
     }
     present_.erase(name);
+    return error::success;
+}
+
+std::uint32_t memory_files::list_folder(const std::u16string& folder, const std::u16string& prefix, const std::u16string& suffix,
+                                        std::vector<folder_entry>& entries) {
+    const std::string place = normal(folder);
+    if (const std::uint32_t refused = failure(operation::list, place)) {
+        return refused;
+    }
+    const std::lock_guard lock(mutex_);
+    if (!folders_.contains(place)) {
+        return error::path_not_found;
+    }
+    std::vector<folder_entry> found;
+    const auto take = [&](const std::string& path, std::uint64_t changed) {
+        const std::u16string name = text::unicode::decode_utf8_lenient(std::string_view(path).substr(path.rfind('/') + 1));
+        if (parent_of(path) == place && name.size() >= prefix.size() + suffix.size() && name.starts_with(prefix) &&
+            name.ends_with(suffix)) {
+            found.push_back({name, changed});
+        }
+    };
+    for (const auto& [path, data] : present_) {
+        take(path, data->changed);
+    }
+    for (const std::string& path : folders_) {
+        take(path, 0);
+    }
+    entries = std::move(found);
     return error::success;
 }
 
@@ -446,8 +479,14 @@ void memory_files::put(std::string_view path, std::string_view content) {
     data->content = content;
     data->durable_content = content;
     data->path = name;
+    data->changed = ++changes_;
     durable_[name] = data;
     present_[name] = std::move(data);
+}
+
+void memory_files::set_written(std::string_view path, std::uint64_t time) {
+    const std::lock_guard lock(mutex_);
+    present_.at(normal_utf8(path))->changed = time;
 }
 
 void memory_files::add_folder(std::string_view path) {

@@ -23,7 +23,7 @@ namespace platform::testing {
 /// replacement, or the last durable renaming in the folder. Folders survive always.
 class memory_files final : public files {
 public:
-    enum class operation { look_up, open, read, write, seek, size, truncate, flush, create_folder, remove, rename, replace };
+    enum class operation { look_up, open, read, write, seek, size, truncate, flush, create_folder, remove, list, rename, replace };
     /// Asked before each operation with the path it is about: an error number other than 0 makes it fail with that.
     using failure_hook = std::function<std::uint32_t(operation what, const std::string& path)>;
 
@@ -37,6 +37,9 @@ public:
     [[nodiscard]] bool exists(const std::u16string& path) override;
     std::uint32_t create_folder(const std::u16string& path) override;
     std::uint32_t remove_file(const std::u16string& path) override;
+    /// The times are a count of the changes: no two are the same, but for those that a test sets. Folders have none.
+    std::uint32_t list_folder(const std::u16string& folder, const std::u16string& prefix, const std::u16string& suffix,
+                              std::vector<folder_entry>& entries) override;
     std::uint32_t rename_file(const std::u16string& from, const std::u16string& to) override;
     std::uint32_t rename_file_durably(const std::u16string& from, const std::u16string& to) override;
     std::uint32_t replace_file(const std::u16string& from, const std::u16string& to) override;
@@ -48,6 +51,8 @@ public:
     /// The test's own hand, UTF-8 paths. `put` makes the folders on the way and what it puts survives.
     void put(std::string_view path, std::string_view content);
     void add_folder(std::string_view path);
+    /// The time of a present file's last change, for `list_folder`.
+    void set_written(std::string_view path, std::uint64_t time);
     [[nodiscard]] std::optional<std::string> content(std::string_view path) const;
     /// Each write to the file, as it came.
     [[nodiscard]] std::vector<std::string> writes(std::string_view path) const;
@@ -79,6 +84,7 @@ private:
         std::string durable_content;  ///< what a loss of power leaves of it
         std::vector<std::string> writes;
         std::string path;  ///< present name, UTF-8
+        std::uint64_t changed = 0;
     };
     struct open_entry {
         std::shared_ptr<file_data> data;
@@ -108,6 +114,7 @@ private:
     std::set<std::string> folders_;
     std::map<std::uint64_t, open_entry> open_;
     std::uint64_t next_open_ = 0;
+    std::uint64_t changes_ = 0;
     std::optional<std::uint64_t> free_bytes_;
     failure_hook failure_;
     bool pending_ = false;

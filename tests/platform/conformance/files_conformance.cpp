@@ -1,3 +1,5 @@
+#include <gmock/gmock.h>
+
 #include "platform/conformance/implementations.h"
 
 namespace {
@@ -245,6 +247,42 @@ TYPED_TEST(FilesConformance, TellsOpenFilesApart) {
     const std::unique_ptr<file> second = this->open(u"a");
     EXPECT_NE(first->number(), second->number());
     EXPECT_EQ(first->number(), first->number());
+}
+
+TYPED_TEST(FilesConformance, ListsWhatBearsSuchNames) {
+    for (const char16_t* const name : {u"tape_1.log", u"tape_.log", u"tape_1.logs", u"ape_1.log", u"tape_.lo"}) {
+        this->put(name, "x");
+    }
+    EXPECT_EQ(this->under_test().create_folder(this->path(u"tape_folder.log")), 0U);
+    std::vector<folder_entry> entries{{u"former", 1}};
+    EXPECT_EQ(this->under_test().list_folder(this->under_test_.folder, u"tape_", u".log", entries), 0U);
+    std::vector<std::u16string> names;
+    for (const folder_entry& entry : entries) {
+        names.push_back(entry.name);
+    }
+    EXPECT_THAT(names, ::testing::UnorderedElementsAre(u"tape_1.log", u"tape_.log", u"tape_folder.log"));
+    EXPECT_EQ(this->under_test().list_folder(this->under_test_.folder, u"tape_.l", u".log", entries), 0U);
+    EXPECT_TRUE(entries.empty()) << "beginning and end don't share characters";
+}
+
+TYPED_TEST(FilesConformance, ListsNothingOfAnAbsentFolder) {
+    std::vector<folder_entry> entries{{u"former", 1}};
+    EXPECT_EQ(this->under_test().list_folder(this->path(u"absent"), u"", u"", entries), error::path_not_found);
+    EXPECT_EQ(this->under_test().list_folder(u"", u"", u"", entries), error::path_not_found);
+    EXPECT_EQ(entries.size(), 1U);
+}
+
+TYPED_TEST(FilesConformance, ListsTheTimesOfTheLastChange) {
+    this->put(u"first", "x");
+    this->put(u"second", "x");
+    std::vector<folder_entry> entries;
+    EXPECT_EQ(this->under_test().list_folder(this->under_test_.folder, u"", u"t", entries), 0U);
+    ASSERT_EQ(entries.size(), 1U);
+    const std::uint64_t first = entries.front().written;
+    EXPECT_EQ(this->under_test().list_folder(this->under_test_.folder, u"s", u"d", entries), 0U);
+    ASSERT_EQ(entries.size(), 1U);
+    EXPECT_GE(entries.front().written, first);
+    EXPECT_NE(first, 0U);
 }
 
 TYPED_TEST(FilesConformance, NamesTheSystemsFolders) {

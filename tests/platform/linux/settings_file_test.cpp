@@ -253,8 +253,9 @@ TEST(SettingsFile, RefusesWhatIsNeitherKeyNorValue) {
 }
 
 TEST(SettingsFile, CutsLongTextsInMessages) {
-    EXPECT_EQ(value_refusal(std::string(100, 'x') + "\n"),
-              "test.reg:3: Neither a key nor a value: '" + std::string(60, 'x') + "...'.");
+    std::string line(100, 'x');
+    line += '\n';
+    EXPECT_EQ(value_refusal(line), "test.reg:3: Neither a key nor a value: '" + std::string(60, 'x') + "...'.");
 }
 
 TEST(SettingsFile, WritesWhatItReadsBack) {

@@ -1,4 +1,4 @@
-// Tokens of a hostile client to the NTLM acceptor, and of a hostile server to the initiator.
+// Tokens of a hostile client to the NTLM acceptor, of a hostile server to the initiator, and somebody between two honest ones.
 
 #include <algorithm>
 #include <cstddef>
@@ -11,6 +11,7 @@
 
 #include "platform/linux/rpc/ntlm_acceptor.h"
 #include "platform/linux/rpc/ntlm_initiator.h"
+#include "tampering.h"
 
 namespace {
 
@@ -97,21 +98,51 @@ void attack_initiator(byte_span challenge) {
     require(!complete || ntlm::decode_authenticate(answer).has_value());
 }
 
+/// Messages with an integrity code arrive as they were sent, or nobody is let in.
+void meddle(byte_span records) {
+    tampering middle(records);
+    ntlm_initiator client(ntlm_credentials::of("DOMAIN\\user", "Password"), constant_environment());
+    ntlm_acceptor server(settings());
+    std::vector<std::uint8_t> challenge;
+    if (server.accept(middle.pass(0, client.next_token({})), challenge) != security_context::state::proceed) {
+        require(middle.touched());
+        return;
+    }
+    const std::vector<std::uint8_t> authenticate = client.next_token(middle.pass(1, challenge));
+    if (client.current_state() != client_security::state::complete) {
+        require(middle.touched());
+        return;
+    }
+    std::vector<std::uint8_t> nothing;
+    const bool let_in = server.accept(middle.pass(2, authenticate), nothing) == security_context::state::complete;
+    require(let_in == server.identity().authenticated);
+    require(let_in || middle.touched());
+    require(!let_in || !middle.touched() || !server.demands_signed_list());
+    if (!middle.touched()) {
+        const std::vector<std::uint8_t> list(5);
+        require(server.check_list(list, client.sign_list(list)));
+    }
+}
+
 }  // namespace
 
-/// A byte that chooses, a byte with the first token's length, the first token, the second.
+/// A byte that chooses; a byte with the first token's length, the first token, the second; or one token; or what is done to tokens.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const byte_span input(data, size);
     if (input.size() < 2) {
         return 0;
     }
     const std::uint8_t choice = input[0];
-    if (choice % 3 == 2) {
+    if (choice % 4 == 2) {
         attack_initiator(input.subspan(1));
+        return 0;
+    }
+    if (choice % 4 == 3) {
+        meddle(input.subspan(1));
         return 0;
     }
     const byte_span tokens = input.subspan(2);
     const std::size_t first_size = std::min<std::size_t>(input[1], tokens.size());
-    attack_acceptor(tokens.first(first_size), tokens.subspan(first_size), choice % 3 == 1);
+    attack_acceptor(tokens.first(first_size), tokens.subspan(first_size), choice % 4 == 1);
     return 0;
 }

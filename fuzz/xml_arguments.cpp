@@ -3,7 +3,6 @@
 
 #include <tinyxml.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
@@ -14,6 +13,7 @@
 #include "foundation/winxml/nesting_scan.h"
 #include "foundation/winxml/xml.h"
 #include "platform/testing/fakes.h"
+#include "support/parsed_shape.h"
 
 namespace {
 
@@ -21,27 +21,6 @@ namespace {
 constexpr std::size_t largest_compared = 4096;
 
 constexpr std::size_t any_number = std::numeric_limits<std::size_t>::max();
-
-std::size_t parsed_depth(const TiXmlNode& node) {
-    std::size_t deepest = 0;
-    for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
-        deepest = std::max(deepest, parsed_depth(*child) + (child->ToElement() != nullptr ? 1 : 0));
-    }
-    return deepest;
-}
-
-std::size_t most_attributes(const TiXmlNode& node) {
-    std::size_t most = 0;
-    if (const TiXmlElement* element = node.ToElement()) {
-        for (const TiXmlAttribute* attribute = element->FirstAttribute(); attribute != nullptr; attribute = attribute->Next()) {
-            ++most;
-        }
-    }
-    for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
-        most = std::max(most, most_attributes(*child));
-    }
-    return most;
-}
 
 void require(bool holds) {
     if (!holds) {
@@ -52,8 +31,8 @@ void require(bool holds) {
 void compare_with_parser(const std::string& text) {
     TiXmlDocument document;
     document.Parse(text.c_str(), nullptr, TIXML_ENCODING_UNKNOWN);
-    const std::size_t depth = parsed_depth(document);
-    const std::size_t attributes = most_attributes(document);
+    const std::size_t depth = test_support::parsed_depth(document);
+    const std::size_t attributes = test_support::most_attributes(document);
     if (depth > 0) {
         require(winxml::first_excess(text, {depth - 1, any_number}) == winxml::excess::depth);
     }

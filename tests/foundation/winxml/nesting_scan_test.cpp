@@ -10,30 +10,12 @@
 #include "foundation/exc/exceptions.h"
 #include "foundation/winxml/xml.h"
 #include "platform/testing/fakes.h"
+#include "support/parsed_shape.h"
 
 namespace {
 
-/// Depth of elements in what the parser made of a text, also of a text that it gave up on. Only for shallow texts.
-std::size_t parsed_depth(const TiXmlNode& node) {
-    std::size_t deepest = 0;
-    for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
-        deepest = std::max(deepest, parsed_depth(*child) + (child->ToElement() != nullptr ? 1 : 0));
-    }
-    return deepest;
-}
-
-std::size_t most_attributes(const TiXmlNode& node) {
-    std::size_t most = 0;
-    if (const TiXmlElement* element = node.ToElement()) {
-        for (const TiXmlAttribute* attribute = element->FirstAttribute(); attribute != nullptr; attribute = attribute->Next()) {
-            ++most;
-        }
-    }
-    for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
-        most = std::max(most, most_attributes(*child));
-    }
-    return most;
-}
+using test_support::most_attributes;
+using test_support::parsed_depth;
 
 constexpr std::size_t any_number = std::numeric_limits<std::size_t>::max();
 

@@ -8,8 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "common/measure.h"
+#include "common/server_settings.h"
 #include "console/console_system.h"
-#include "server/measure.h"
 #include "server/server_process.h"
 
 namespace {

@@ -13,12 +13,13 @@
 #include "changer/changer_commands.h"
 #include "changer/element_status_data.h"
 #include "changer/scsi_pass_through.h"
+#include "common/measure.h"
+#include "common/server_settings.h"
 #include "console/console_system.h"
 #include "foundation/text/conversion.h"
 #include "platform/device_stack/io_manager.h"
 #include "platform/linux/linux_system.h"
 #include "platform/virtual_library/virtual_library_source.h"
-#include "server/measure.h"
 #include "server/server_process.h"
 
 namespace {

@@ -20,12 +20,15 @@
 #include <thread>
 #include <vector>
 
+#include "common/measure.h"
 #include "foundation/logging/log_rotation.h"
 #include "foundation/logging/log_writer.h"
 #include "foundation/win/win_log_file.h"
 #include "platform/linux/linux_system.h"
 
 namespace {
+
+using bench::median;
 
 constexpr int rounds = 15;
 constexpr int warm_up_rounds = 2;
@@ -116,11 +119,6 @@ double measure(const std::vector<std::string>& texts, std::size_t threads, const
     }
     check_file(path);
     return static_cast<double>(texts.size()) / seconds;
-}
-
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
 }
 
 /// The ratio for so many threads.

@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/measure.h"
 #include "console/call_codec.h"
 #include "platform/linux/linux_system.h"
 #include "rpc/child_process.h"
@@ -42,12 +43,6 @@ using platform::linux_rpc::uuid_from_text;
 const syntax_id invoker{invoker_uuid, 1, 0};
 const syntax_id texts{text_uuid, 1, 0};
 const syntax_id endpoint_mapper{uuid_from_text("e1af8308-5d1f-11c9-91a4-08002b14a0fa"), 3, 0};
-
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    const std::size_t middle = values.size() / 2;
-    return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
-}
 
 /// What is measured of one kind of server: one value a round.
 struct series {

@@ -19,7 +19,8 @@
 #include <utility>
 #include <vector>
 
-#include "server/measure.h"
+#include "common/measure.h"
+#include "common/server_settings.h"
 #include "server/server_process.h"
 
 namespace {

@@ -4,19 +4,14 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
-#include <fstream>
-#include <stdexcept>
+
+#include "common/measure.h"
 
 namespace bench {
-
-void fail(const std::string& reason) {
-    throw std::runtime_error(reason);
-}
 
 unsigned usable_cpus() {
     cpu_set_t usable;
@@ -91,23 +86,7 @@ child_process::~child_process() {
 }
 
 double child_process::resident_kib() const {
-    std::ifstream status("/proc/" + std::to_string(process_) + "/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.starts_with("VmRSS:")) {
-            return std::stod(line.substr(6));
-        }
-    }
-    fail("The server's resident memory isn't told.");
-}
-
-double child_process::cpu_seconds() const {
-    clockid_t clock = 0;
-    timespec time{};
-    if (clock_getcpuclockid(process_, &clock) != 0 || clock_gettime(clock, &time) != 0) {
-        fail("The server's clock can't be read.");
-    }
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+    return bench::resident_kib(process_);
 }
 
 }  // namespace bench

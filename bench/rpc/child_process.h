@@ -19,8 +19,6 @@ public:
 
     [[nodiscard]] std::uint16_t port() const { return port_; }
     [[nodiscard]] double resident_kib() const;
-    /// CPU time of all its threads so far, seconds.
-    [[nodiscard]] double cpu_seconds() const;
 
 private:
     pid_t process_ = -1;
@@ -35,7 +33,5 @@ void stay_on_one_cpu();
 
 /// The machine's CPUs that this process may use.
 [[nodiscard]] unsigned usable_cpus();
-
-[[noreturn]] void fail(const std::string& reason);
 
 }  // namespace bench

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/measure.h"
 #include "rpc/child_process.h"
 
 namespace bench {

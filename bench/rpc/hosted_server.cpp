@@ -1,18 +1,16 @@
 #include "rpc/hosted_server.h"
 
-#include <arpa/inet.h>
 #include <malloc.h>
-#include <netinet/in.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <boost/make_shared.hpp>
 
 #include <filesystem>
-#include <fstream>
 #include <optional>
 
+#include "common/measure.h"
+#include "common/server_settings.h"
 #include "foundation/logging/log_setup.h"
 #include "foundation/text/conversion.h"
 #include "host/interface_codec.h"
@@ -27,29 +25,6 @@
 namespace bench {
 
 namespace {
-
-std::uint16_t free_port() {
-    const int probe = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof(address);
-    const bool bound = bind(probe, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
-                       getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size) == 0;
-    close(probe);
-    if (!bound) {
-        fail("There is no free port.");
-    }
-    return ntohs(address.sin_port);
-}
-
-void write_settings(const std::string& folder) {
-    std::ofstream reg(folder + "/settings.reg");
-    reg << "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarno\\Tarno Backup Tape\\Devices]\n"
-        << "\"ScsiGeneric\"=dword:00000000\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarno\\Tarno Backup Tape\\Access]\n"
-        << "\"ListenAddress\"=\"127.0.0.1\"\n\"LocalSocket\"=\"\"\n\"EndpointMapperPort\"=dword:00000000\n\"Accounts\"="
-           "\"accounts\"\n";
-}
 
 void write_account(const std::string& folder) {
     using namespace platform::linux_rpc;
@@ -104,7 +79,7 @@ std::u16string long_text() {
 void run_hosted_server(const std::string& folder, const std::string& log) {
     prepare_process();
     std::filesystem::create_directories(folder);
-    write_settings(folder);
+    write_settings(folder + "/settings.reg", "", "");
     static tape_server::assembled_system system({folder + "/settings.reg", true, folder + "/state"});
     write_account(folder);
     if (!log.empty()) {

@@ -12,9 +12,9 @@
 #include <thread>
 #include <utility>
 
+#include "common/measure.h"
 #include "platform/linux/rpc/ntlm_initiator.h"
 #include "platform/linux/rpc/pdu.h"
-#include "rpc/child_process.h"
 
 namespace bench {
 

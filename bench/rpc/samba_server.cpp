@@ -13,7 +13,7 @@
 #include <fstream>
 #include <thread>
 
-#include "rpc/child_process.h"
+#include "common/measure.h"
 
 namespace bench {
 

@@ -1,21 +1,18 @@
 #include "server/server_process.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <fstream>
 #include <thread>
 #include <utility>
 
+#include "common/measure.h"
+#include "common/server_settings.h"
 #include "console/call_codec.h"
 #include "foundation/text/conversion.h"
-#include "server/measure.h"
 
 namespace bench {
 
@@ -43,33 +40,8 @@ constexpr char owner[] = "BENCH";
 
 }  // namespace
 
-std::uint16_t free_port() {
-    const int probe = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof(address);
-    const bool bound = bind(probe, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
-                       getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size) == 0;
-    close(probe);
-    if (!bound) {
-        fail("There is no free port.");
-    }
-    return ntohs(address.sin_port);
-}
-
-void write_settings(const fs::path& file, const std::string& libraries) {
-    std::ofstream reg(file);
-    reg << "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarno\\Tarno Backup Tape]\n\n"
-        << "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarno\\Tarno Backup "
-           "Tape\\Devices]\n\"ScsiGeneric\"=dword:00000000\n\"VirtualLibrary\"=\""
-        << libraries << "\"\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarno\\Tarno Backup Tape\\Access]\n"
-        << "\"ListenAddress\"=\"127.0.0.1\"\n\"LocalSocket\"=\"rpc.sock\"\n\"EndpointMapperPort\"=dword:00000000\n\"Accounts\"="
-           "\"accounts\"\n";
-}
-
 server_process::server_process(const fs::path& program, const fs::path& folder)
-    : socket_(folder / "rpc.sock"), log_(folder / "server.log") {
+    : socket_(folder / local_socket_name), log_(folder / "server.log") {
     const std::vector<std::string> words = {program, "-debug", "-settings", folder / "settings.reg",    "-state", folder / "state",
                                             "-log",  log_,     "-port",     std::to_string(free_port())};
     process_ = fork();
@@ -112,14 +84,7 @@ double server_process::settled_cpu_seconds() const {
 }
 
 double server_process::resident_mib() const {
-    std::ifstream status("/proc/" + std::to_string(process_) + "/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.starts_with("VmRSS:")) {
-            return std::stod(line.substr(6)) / 1024;
-        }
-    }
-    fail("The server's resident memory isn't told.");
+    return resident_kib(process_) / 1024;
 }
 
 void server_process::wait_until_listening() const {

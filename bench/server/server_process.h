@@ -13,12 +13,6 @@
 
 namespace bench {
 
-/// A TCP port of the loopback address that nobody has.
-[[nodiscard]] std::uint16_t free_port();
-
-/// The settings of examples/virtual-library.reg for other libraries, on a socket in the same folder.
-void write_settings(const std::filesystem::path& file, const std::string& libraries);
-
 /// The real server with the `settings.reg` of a folder: a process, listening when the constructor is through; ends with the object.
 class server_process {
 public:

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/types.h>
 #include <time.h>
 
 #include <filesystem>
@@ -9,10 +10,13 @@
 
 namespace bench {
 
+/// Ends the benchmark with a sentence for its user.
 [[noreturn]] void fail(const std::string& reason);
 
 [[nodiscard]] double median(std::vector<double> values);
 [[nodiscard]] double seconds_of(clockid_t clock);
+/// Memory that a process has at the moment.
+[[nodiscard]] double resident_kib(pid_t process);
 /// How often `part` stands in `text`.
 [[nodiscard]] std::size_t occurrences(const std::string& text, std::string_view part);
 

@@ -1,8 +1,9 @@
-#include "server/measure.h"
+#include "common/measure.h"
 
 #include <malloc.h>
 
 #include <algorithm>
+#include <fstream>
 #include <stdexcept>
 
 namespace bench {
@@ -23,6 +24,17 @@ double seconds_of(clockid_t clock) {
         fail("The clock of the process can't be read.");
     }
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+double resident_kib(pid_t process) {
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.starts_with("VmRSS:")) {
+            return std::stod(line.substr(6));
+        }
+    }
+    fail("The server's resident memory isn't told.");
 }
 
 std::size_t occurrences(const std::string& text, std::string_view part) {

@@ -227,8 +227,8 @@ void connection::take_read(std::size_t kept, std::size_t received) {
     if (closed_) {
         return;
     }
-    if (tcp_ && !readable_ && (!pending_.empty() || session_.request_incomplete())) {
-        // Nothing more is there: the client's stack may hold the rest back until this part is acknowledged.
+    if (tcp_ && (!pending_.empty() || session_.request_incomplete())) {
+        // The client's stack may hold the rest back until this part is acknowledged.
         set_option(socket_, IPPROTO_TCP, TCP_QUICKACK, 1);
     }
     read_on();

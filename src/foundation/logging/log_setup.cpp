@@ -20,7 +20,7 @@ text::wide_string chosen_path(std::u16string_view default_name, const std::vecto
 
 }  // namespace
 
-void initialize_log(std::u16string_view default_name, const std::vector<std::u16string>& command_line) {
+text::wide_string initialize_log(std::u16string_view default_name, const std::vector<std::u16string>& command_line) {
     const text::wide_string path = chosen_path(default_name, command_line);
     gTerseLog = !util::find_switch(command_line, u"-verbose").has_value();
 
@@ -37,6 +37,7 @@ void initialize_log(std::u16string_view default_name, const std::vector<std::u16
     for (const std::string& line : messages) {
         g_clientLog.LogInfo(line);
     }
+    return receiver == nullptr ? path : text::utf8_to_wide(receiver->path());
 }
 
 }  // namespace logging

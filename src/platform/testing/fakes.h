@@ -3,6 +3,7 @@
 /// Everything that a test needs in place of a real system.
 #include "platform/testing/fake_accounts.h"
 #include "platform/testing/fake_com_runtime.h"
+#include "platform/testing/fake_crash.h"
 #include "platform/testing/fake_debug_output.h"
 #include "platform/testing/fake_errors.h"
 #include "platform/testing/fake_events.h"

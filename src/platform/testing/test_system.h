@@ -3,6 +3,7 @@
 #include "platform/system.h"
 #include "platform/testing/fake_accounts.h"
 #include "platform/testing/fake_com_runtime.h"
+#include "platform/testing/fake_crash.h"
 #include "platform/testing/fake_debug_output.h"
 #include "platform/testing/fake_errors.h"
 #include "platform/testing/fake_events.h"
@@ -35,6 +36,7 @@ public:
     fake_process process;
     fake_text_encoding text_encoding;
     fake_com_runtime com_runtime;
+    fake_crash crash;
     fake_debug_output debug_output;
     fake_accounts accounts;
     fake_plug_and_play plug_and_play;
@@ -49,6 +51,7 @@ public:
         set.accounts = &accounts;
         set.clock = &clock;
         set.com_runtime = &com_runtime;
+        set.crash = &crash;
         set.debug_output = &debug_output;
         set.devices = &devices;
         set.errors = &errors;

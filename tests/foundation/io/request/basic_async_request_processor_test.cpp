@@ -136,6 +136,24 @@ TEST_F(RequestProcessing, ThreadsGrowUpToTheLimit) {
     end_well();
 }
 
+TEST_F(RequestProcessing, ARequestMayPostAnother) {
+    start(1);
+    gate done;
+    processor_->post(request_of([&] { processor_->post(request_of([&] { done.open(); })); }));
+    done.pass();
+    end_well();
+    EXPECT_FALSE(stop_signal_->has_error());
+}
+
+TEST_F(RequestProcessing, APoolWithoutThreadsProcessesNothingAndEnds) {
+    start(0);
+    bool processed = false;
+    processor_->post(request_of([&] { processed = true; }));
+    system_.events.await_waiting(1);
+    end_well();
+    EXPECT_FALSE(processed);
+}
+
 TEST_F(RequestProcessing, NothingIsProcessedAfterTheStop) {
     start(2);
     stop_signal_->complete();

@@ -297,6 +297,40 @@ class ForeignClients(unittest.TestCase):
             self.assertEqual(client.receive().type, wire.BIND_ACK)
             client.close()
 
+    def test_fragments_of_any_length(self):
+        """Also without stub data, and cut where no number ends."""
+        for level in (None, *LEVELS):
+            client = self.bound(level)
+            stub = client.text("x" * 100)
+            for parts in ([b"", stub], [stub, b""], [b"", b"", stub, b""], [stub[:5], stub[5:6], stub[6:]],
+                          [stub[at:at + 1] for at in range(len(stub))]):
+                with self.subTest(level=level, parts=len(parts)):
+                    for index, part in enumerate(parts):
+                        flags = (wire.FIRST if index == 0 else 0) | (wire.LAST if index + 1 == len(parts) else 0)
+                        client.send(client.protected(wire.REQUEST, client.request_head(PLAIN_STUB), part, flags, 9, client.security))
+                    self.assertEqual(client.answer(call_id=9), OK_RESULT)
+
+    def test_clients_with_little_room(self):
+        for room in (256, 257, 300, 1000, 1431):
+            for level in (None, CONNECT, *SIGNING):
+                with self.subTest(room=room, level=level):
+                    client = self.bound(level, max_receive=room)
+                    client.max_fragment = room
+                    if level:
+                        self.serves(client, size=5840)
+                    else:
+                        self.assertIn("Auth context not available", client.do_rpc(FRAME_NAME, EMPTY, size=5840)[2])
+        client = self.connect()
+        answer = client.bind(max_receive=255)
+        self.assertEqual((answer.type, answer.reason), (wire.BIND_NAK, 2))
+
+    def test_other_protocols_are_shown_the_door(self):
+        for greeting in (b"GET / HTTP/1.0\r\n\r\n" + bytes(20), bytes.fromhex("160301020001000001fc0303") + bytes(40), bytes(16),
+                         b"\xff" * 64, b"\x04\x00" + bytes(78), b"\0\0\0\x55\xffSMB" + bytes(80)):
+            client = self.connect()
+            client.send(greeting)
+            self.assertTrue(client.is_closed())
+
     def test_cancels_may_bear_verifiers(self):
         """The verifier of a cancel is optional; one that is there counts in the order of signatures as any other does."""
         for level in (None, *LEVELS):

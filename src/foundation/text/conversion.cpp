@@ -104,8 +104,13 @@ wide_string widen(const std::string& digits) {
 }  // namespace
 
 std::string wide_to_utf8(std::u16string_view wide) {
-    const std::u16string_view source = to_terminator(wide);
     std::string result;
+    // A terminator comes out as one byte of that value, and nothing else does: that is searched faster than the longer source.
+    if (wide.empty() || (encoding().utf16_to_utf8(wide, result) && result.find('\0') == std::string::npos)) {
+        return result;
+    }
+    const std::u16string_view source = to_terminator(wide);
+    result.clear();
     if (!source.empty() && !encoding().utf16_to_utf8(source, result)) {
         throw exc::win_sys_exc_t("Unicode string cannot be converted to UTF8 string.", exc::last_error());
     }

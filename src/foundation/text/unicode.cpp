@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
+#include <type_traits>
 
 namespace text::unicode {
 
@@ -20,50 +22,88 @@ constexpr bool is_low_surrogate(char16_t unit) {
     return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-/// Long texts are nearly all ASCII. So many units at a time are looked at, and converted, as one; the compiler makes vector
-/// instructions of the loops over them.
+/// Long texts are nearly all ASCII. So many units at a time are converted as if they were; the compiler makes vector instructions
+/// of the loops over them.
 constexpr std::size_t units_at_once = 16;
+/// Other characters that are converted before ASCII is looked for again.
+constexpr std::size_t characters_at_once = 16;
+constexpr std::size_t longest_character = 4;
+/// What one step writes at most.
+constexpr std::size_t largest_step = units_at_once + characters_at_once * longest_character;
 /// Converted text waits for the next append in a buffer that stays in the first cache.
 constexpr std::size_t buffered_units = 2048;
-/// What one step writes at most: the run above, or one character.
-constexpr std::size_t largest_step = units_at_once;
 
-bool all_ascii(const char* bytes) {
-    std::uint64_t words[2];
-    std::memcpy(words, bytes, sizeof(words));
-    return ((words[0] | words[1]) & 0x8080808080808080) == 0;
+template <typename Unit>
+constexpr std::uint64_t beyond_ascii = sizeof(Unit) == 1 ? 0x8080808080808080 : 0xFF80FF80FF80FF80;
+
+/// As many units as there are in a word.
+template <typename Unit>
+std::uint64_t load_word(const Unit* units) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, units, sizeof(word));
+    return word;
 }
 
-bool all_ascii(const char16_t* units) {
-    std::uint64_t words[4];
-    std::memcpy(words, units, sizeof(words));
-    return ((words[0] | words[1] | words[2] | words[3]) & 0xFF80FF80FF80FF80) == 0;
+/// How many of the next `units_at_once` units are ASCII, up to the first one that isn't.
+template <typename Unit>
+std::size_t leading_ascii(const Unit* units) {
+    constexpr std::size_t step = sizeof(std::uint64_t) / sizeof(Unit);
+    std::uint64_t all = 0;
+    for (std::size_t at = 0; at < units_at_once; at += step) {
+        all |= load_word(units + at);
+    }
+    if ((all & beyond_ascii<Unit>) == 0) {
+        return units_at_once;
+    }
+    std::size_t at = 0;
+    std::uint64_t others = 0;
+    while ((others = load_word(units + at) & beyond_ascii<Unit>) == 0) {
+        at += step;
+    }
+    const int bits = std::endian::native == std::endian::little ? std::countr_zero(others) : std::countl_zero(others);
+    return at + static_cast<std::size_t>(bits) / (8 * sizeof(Unit));
 }
 
-/// Text on its way into a string.
+/// Text on its way into a string: written behind `begin`, up to an end that the writer keeps.
 template <typename Unit>
 class buffered_text {
 public:
     explicit buffered_text(std::basic_string<Unit>& text) : text_(text) {}
 
+    [[nodiscard]] Unit* begin() { return buffer_.data(); }
     /// Where up to `largest_step` units may be written next.
-    Unit* room() {
-        if (used_ > buffered_units - largest_step) {
-            flush();
-        }
-        return buffer_.data() + used_;
+    [[nodiscard]] Unit* room_behind(Unit* end) {
+        return static_cast<std::size_t>(end - begin()) <= buffered_units - largest_step ? end : flush(end);
     }
-    void wrote(std::size_t count) { used_ += count; }
-    void flush() {
-        text_.append(buffer_.data(), used_);
-        used_ = 0;
+    Unit* flush(Unit* end) {
+        text_.append(begin(), static_cast<std::size_t>(end - begin()));
+        return begin();
     }
 
 private:
     std::basic_string<Unit>& text_;
     std::array<Unit, buffered_units> buffer_;
-    std::size_t used_ = 0;
 };
+
+/// Converts the ASCII characters that the rest of a text starts with, up to `units_at_once`, and returns how many those were. What
+/// is written behind them means nothing. A shorter rest is left alone.
+template <typename From, typename To>
+std::size_t convert_ascii(std::basic_string_view<From> text, std::size_t at, To* end) {
+    if (text.size() - at < units_at_once) {
+        return 0;
+    }
+    const From* const source = text.data() + at;
+    for (std::size_t i = 0; i < units_at_once; ++i) {
+        end[i] = static_cast<To>(static_cast<std::make_unsigned_t<From>>(source[i]));
+    }
+    return leading_ascii(source);
+}
+
+/// Whether there is a character next that is converted by itself: any but ASCII, and all of a short rest.
+template <typename Unit>
+bool stands_alone(std::basic_string_view<Unit> text, std::size_t at) {
+    return at < text.size() && (text.size() - at < units_at_once || static_cast<std::make_unsigned_t<Unit>>(text[at]) >= 0x80);
+}
 
 std::size_t put_utf8(char* out, char32_t point) {
     const auto byte = [](char32_t value) { return static_cast<char>(static_cast<unsigned char>(value)); };
@@ -99,12 +139,6 @@ std::size_t put_utf16(char16_t* out, char32_t point) {
     return 2;
 }
 
-struct sequence {
-    bool well_formed = false;
-    std::size_t length = 1;  ///< bytes of the sequence, or of its longest start that could still have become one
-    char32_t point = 0;
-};
-
 /// Length of a sequence by its first byte, with the range that its second byte must lie in (Unicode table 3-7).
 struct lead_rule {
     std::uint8_t first;
@@ -118,56 +152,67 @@ constexpr lead_rule lead_rules[] = {
     {0xEE, 0xEF, 3, 0x80, 0xBF}, {0xF0, 0xF0, 4, 0x90, 0xBF}, {0xF1, 0xF3, 4, 0x80, 0xBF}, {0xF4, 0xF4, 4, 0x80, 0x8F},
 };
 
-/// The sequence at the start of `bytes`, which isn't empty and doesn't start with an ASCII character.
-sequence read_sequence(std::string_view bytes) {
-    const auto byte_at = [bytes](std::size_t at) { return static_cast<std::uint8_t>(bytes[at]); };
-    const std::uint8_t lead = byte_at(0);
-    const lead_rule* rule = std::find_if(std::begin(lead_rules), std::end(lead_rules),
-                                         [lead](const lead_rule& entry) { return lead >= entry.first && lead <= entry.last; });
-    if (rule == std::end(lead_rules)) {
-        return {};
+/// The rule for each first byte.
+constexpr std::array<lead_rule, 256> rule_of_lead = [] {
+    std::array<lead_rule, 256> rules{};
+    for (const lead_rule& rule : lead_rules) {
+        std::fill(rules.begin() + rule.first, rules.begin() + rule.last + 1, rule);
     }
-    char32_t point = lead & (0x7FU >> rule->length);
-    for (std::size_t at = 1; at < rule->length; ++at) {
-        const std::uint8_t low = at == 1 ? rule->second_low : std::uint8_t{0x80};
-        const std::uint8_t high = at == 1 ? rule->second_high : std::uint8_t{0xBF};
-        if (at >= bytes.size() || byte_at(at) < low || byte_at(at) > high) {
-            return {false, at, 0};
+    return rules;
+}();
+
+/// Takes the sequence at `at`, of which there is a byte at least. False: it isn't well-formed, and only its longest start that
+/// could still have become a sequence is taken.
+inline bool take_sequence(std::string_view bytes, std::size_t& at, char32_t& point) {
+    const auto take_byte = [&](std::uint8_t low, std::uint8_t high) {
+        if (at == bytes.size()) {
+            return false;
         }
-        point = (point << 6) | (byte_at(at) & 0x3F);
+        const auto byte = static_cast<std::uint8_t>(bytes[at]);
+        if (byte < low || byte > high) {
+            return false;
+        }
+        point = (point << 6) | (byte & 0x3F);
+        ++at;
+        return true;
+    };
+    const auto lead = static_cast<std::uint8_t>(bytes[at++]);
+    if (lead < 0x80) {
+        point = lead;
+        return true;
     }
-    return {true, rule->length, point};
+    const lead_rule& rule = rule_of_lead[lead];
+    point = lead & (0x7FU >> rule.length);
+    return rule.length != 0 && take_byte(rule.second_low, rule.second_high) && (rule.length < 3 || take_byte(0x80, 0xBF)) &&
+           (rule.length < 4 || take_byte(0x80, 0xBF));
 }
 
 /// Decodes up to the end or the first sequence that isn't well-formed, and returns how many bytes that took.
 std::size_t decode_well_formed(std::string_view bytes, std::u16string& decoded) {
     buffered_text<char16_t> out(decoded);
+    char16_t* end = out.begin();
     std::size_t at = 0;
-    while (at < bytes.size()) {
-        char16_t* const room = out.room();
-        if (bytes.size() - at >= units_at_once && all_ascii(bytes.data() + at)) {
-            const char* const run = bytes.data() + at;
-            for (std::size_t i = 0; i < units_at_once; ++i) {
-                room[i] = static_cast<unsigned char>(run[i]);
+    bool well_formed = true;
+    while (well_formed && at < bytes.size()) {
+        end = out.room_behind(end);
+        const std::size_t plain = convert_ascii(bytes, at, end);
+        end += plain;
+        at += plain;
+        if (plain == units_at_once) {
+            continue;
+        }
+        for (std::size_t i = 0; i < characters_at_once && stands_alone(bytes, at); ++i) {
+            std::size_t behind = at;
+            char32_t point = 0;
+            well_formed = take_sequence(bytes, behind, point);
+            if (!well_formed) {
+                break;
             }
-            out.wrote(units_at_once);
-            at += units_at_once;
-            continue;
+            end += put_utf16(end, point);
+            at = behind;
         }
-        if (static_cast<unsigned char>(bytes[at]) < 0x80) {
-            room[0] = static_cast<char16_t>(bytes[at]);
-            out.wrote(1);
-            ++at;
-            continue;
-        }
-        const sequence next = read_sequence(bytes.substr(at));
-        if (!next.well_formed) {
-            break;
-        }
-        out.wrote(put_utf16(room, next.point));
-        at += next.length;
     }
-    out.flush();
+    out.flush(end);
     return at;
 }
 
@@ -230,26 +275,28 @@ std::string encode_utf8(std::u16string_view text) {
     std::string encoded;
     encoded.reserve(text.size() + text.size() / 8);
     buffered_text<char> out(encoded);
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        char* const room = out.room();
-        if (text.size() - at >= units_at_once && all_ascii(text.data() + at)) {
-            const char16_t* const run = text.data() + at;
-            for (std::size_t i = 0; i < units_at_once; ++i) {
-                room[i] = static_cast<char>(run[i]);
-            }
-            out.wrote(units_at_once);
-            at += units_at_once - 1;
+    char* end = out.begin();
+    std::size_t at = 0;
+    while (at < text.size()) {
+        end = out.room_behind(end);
+        const std::size_t plain = convert_ascii(text, at, end);
+        end += plain;
+        at += plain;
+        if (plain == units_at_once) {
             continue;
         }
-        const char16_t unit = text[at];
-        if (is_high_surrogate(unit) && at + 1 < text.size() && is_low_surrogate(text[at + 1])) {
-            out.wrote(put_utf8(room, 0x10000 + ((char32_t{unit} - 0xD800) << 10) + (char32_t{text[at + 1]} - 0xDC00)));
+        for (std::size_t i = 0; i < characters_at_once && stands_alone(text, at); ++i) {
+            const char16_t unit = text[at];
             ++at;
-        } else {
-            out.wrote(put_utf8(room, is_high_surrogate(unit) || is_low_surrogate(unit) ? replacement : unit));
+            if (is_high_surrogate(unit) && at < text.size() && is_low_surrogate(text[at])) {
+                end += put_utf8(end, 0x10000 + ((char32_t{unit} - 0xD800) << 10) + (char32_t{text[at]} - 0xDC00));
+                ++at;
+            } else {
+                end += put_utf8(end, is_high_surrogate(unit) || is_low_surrogate(unit) ? replacement : unit);
+            }
         }
     }
-    out.flush();
+    out.flush(end);
     return encoded;
 }
 
@@ -268,7 +315,10 @@ std::u16string decode_utf8_lenient(std::string_view bytes) {
             return decoded;
         }
         decoded.push_back(replacement);
-        bytes.remove_prefix(read_sequence(bytes).length);
+        std::size_t taken = 0;
+        char32_t point = 0;
+        (void)take_sequence(bytes, taken, point);
+        bytes.remove_prefix(taken);
     }
 }
 

@@ -5,25 +5,17 @@
 
 #include "foundation/exc/exceptions.h"
 #include "platform/testing/fakes.h"
+#include "support/failure_text.h"
 
 namespace {
 
+using test_support::failure_of;
 using platform::testing::fake_text_encoding;
 
 class Conversion : public ::testing::Test {
 protected:
     platform::testing::test_system system_;
 };
-
-template <typename Call>
-std::string failure_of(Call call) {
-    try {
-        call();
-    } catch (const exc::exc_base_t& e) {
-        return e.what();
-    }
-    return "no failure";
-}
 
 TEST_F(Conversion, GoesBetweenTheForms) {
     EXPECT_EQ(text::wide_to_utf8(u"Band \u00e9 \u20ac \U0001F4FC"), "Band \xC3\xA9 \xE2\x82\xAC \xF0\x9F\x93\xBC");
@@ -57,6 +49,11 @@ TEST_F(Conversion, EndsAtTheFirstTerminator) {
     EXPECT_EQ(text::utf8_to_wide(std::string_view("ab\0\xFF", 4)), u"ab");
     EXPECT_EQ(text::wide_to_ansi(std::u16string_view(u"\0c", 2)), "");
     EXPECT_EQ(text::ansi_to_wide(std::string_view("ab\0c", 4)), u"ab");
+}
+
+TEST_F(Conversion, NothingInFrontOfTheTerminatorCannotFail) {
+    system_.text_encoding.set_failing(true);
+    EXPECT_EQ(text::wide_to_utf8(std::u16string_view(u"\0c", 2)), "");
 }
 
 TEST_F(Conversion, FailuresCarryTheirOwnWords) {

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <exception>
 #include <string>
+#include <typeinfo>
 
 namespace test_support {
 
@@ -16,6 +18,18 @@ std::string failure_text(Action action) {
         return e.what();
     }
     ADD_FAILURE() << "nothing of the kind was thrown";
+    return {};
+}
+
+/// The whole text of the exception, of whatever type, that an action ends with.
+template <typename Action>
+std::string failure_of(Action action) {
+    try {
+        action();
+    } catch (const std::exception& e) {
+        return e.what();
+    }
+    ADD_FAILURE() << "nothing was thrown";
     return {};
 }
 

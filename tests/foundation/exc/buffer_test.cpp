@@ -5,9 +5,11 @@
 
 #include "foundation/exc/exceptions.h"
 #include "platform/testing/fakes.h"
+#include "support/failure_text.h"
 
 namespace {
 
+using test_support::failure_of;
 using bytes_t = std::vector<std::uint8_t>;
 
 constexpr std::size_t mebibyte = 1024 * 1024;
@@ -16,16 +18,6 @@ class BinaryImage : public ::testing::Test {
 protected:
     platform::testing::test_system system_;
 };
-
-template <typename Call>
-std::string failure_of(Call call) {
-    try {
-        call();
-    } catch (const exc::runtime_exc_t& e) {
-        return e.what();
-    }
-    return "no failure";
-}
 
 TEST_F(BinaryImage, HasTheLayoutOfItsRecords) {
     exc::runtime_exc_t e("ab");

@@ -3,12 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "foundation/exc/exceptions.h"
 #include "platform/testing/fakes.h"
+#include "support/failure_text.h"
 #include "support/gunzip.h"
 
 namespace {
 
+using test_support::failure_of;
 using ::testing::ElementsAre;
 using operation = platform::testing::memory_files::operation;
 
@@ -16,16 +17,6 @@ class ZipWriter : public ::testing::Test {
 protected:
     static void append(util::zip_writer_t& writer, std::string_view text) {
         writer.append({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
-    }
-
-    template <typename Call>
-    static std::string failure_of(Call call) {
-        try {
-            call();
-        } catch (const exc::exc_base_t& e) {
-            return e.what();
-        }
-        return "no failure";
     }
 
     /// Bytes without a pattern.

@@ -8,25 +8,17 @@
 #include "foundation/util/common_lib_ctx.h"
 #include "foundation/win/win_file.h"
 #include "platform/testing/fakes.h"
+#include "support/failure_text.h"
 
 namespace {
 
+using test_support::failure_of;
 using operation = platform::testing::memory_files::operation;
 
 class Paths : public ::testing::Test {
 protected:
     platform::testing::test_system system_;
 };
-
-template <typename Call>
-std::string failure_of(Call call) {
-    try {
-        call();
-    } catch (const exc::exc_base_t& e) {
-        return e.what();
-    }
-    return "no failure";
-}
 
 TEST_F(Paths, JoinWithOneSeparator) {
     EXPECT_EQ(win::join_path(u"", u"b"), u"b");

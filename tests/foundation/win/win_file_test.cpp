@@ -5,10 +5,12 @@
 
 #include "foundation/exc/exceptions.h"
 #include "platform/testing/fakes.h"
+#include "support/failure_text.h"
 #include "support/write_retry_scope.h"
 
 namespace {
 
+using test_support::failure_of;
 using ::testing::ElementsAre;
 using operation = platform::testing::memory_files::operation;
 
@@ -32,16 +34,6 @@ protected:
 private:
     const write_retry_scope options_;
 };
-
-template <typename Call>
-std::string failure_of(Call call) {
-    try {
-        call();
-    } catch (const exc::exc_base_t& e) {
-        return e.what();
-    }
-    return "no failure";
-}
 
 TEST_F(WinFile, WritesReadsAndSeeks) {
     win::win_file_t file = open();

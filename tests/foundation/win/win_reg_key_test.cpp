@@ -3,12 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "foundation/exc/exceptions.h"
 #include "foundation/win/reg_options.h"
 #include "platform/testing/fakes.h"
+#include "support/failure_text.h"
 
 namespace {
 
+using test_support::failure_of;
 using ::testing::ElementsAre;
 
 constexpr const char* path = "SOFTWARE\\Tarno\\Tarno Backup Tape";
@@ -20,16 +21,6 @@ protected:
 
     platform::testing::test_system system_;
 };
-
-template <typename Call>
-std::string failure_of(Call call) {
-    try {
-        call();
-    } catch (const exc::exc_base_t& e) {
-        return e.what();
-    }
-    return "no failure";
-}
 
 TEST_F(RegKey, MissingKeyIsNull) {
     EXPECT_EQ(open(), nullptr);

@@ -5,9 +5,11 @@
 
 #include "foundation/exc/exceptions.h"
 #include "platform/testing/fakes.h"
+#include "support/failure_text.h"
 
 namespace {
 
+using test_support::failure_of;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
@@ -16,16 +18,6 @@ class Xml : public ::testing::Test {
 protected:
     platform::testing::test_system system_;
 };
-
-template <typename Call>
-std::string failure_of(Call call) {
-    try {
-        call();
-    } catch (const exc::exc_base_t& e) {
-        return e.what();
-    }
-    return "no failure";
-}
 
 winxml::node_t root_of(const winxml::document_t& document) {
     return winxml::child_elements(winxml::document_node(document)).at(0);

@@ -5,6 +5,7 @@
 #include "changer/tape_variables.h"
 #include "command/svc_context.h"
 #include "command/version_check.h"
+#include "foundation/crash/crash_handler.h"
 #include "foundation/exc/exceptions.h"
 #include "foundation/logging/log_scope.h"
 #include "foundation/logging/log_setup.h"
@@ -24,6 +25,7 @@
 namespace {
 
 constexpr char16_t default_log_name[] = u"Svc.TarnoTape.log";
+constexpr char16_t crash_dump_name[] = u"TAPE";
 constexpr std::int64_t debug_pause_ms = 2000;
 constexpr std::size_t banner_width = 77;
 
@@ -112,11 +114,13 @@ void RunLogTest() {
 int RunTapeServer(const entry_environment& environment) {
     product_options().load();  // in front of the log: what it would say goes nowhere
     const util::command_line_t command_line = build_command_line();
-    logging::initialize_log(default_log_name, command_line);
+    const text::wide_string log_path = logging::initialize_log(default_log_name, command_line);
     WriteStartBanner();
     for (const std::string& warning : environment.start_warnings) {
         g_libraryLog.LogWarning(warning);
     }
+    crash::crash_handler().install();
+    crash::crash_handler().configure(log_path, crash_dump_name);
 
     const RpcServerSettings settings = LoadRpcServerSettings(tape_key_path, command_line);
     tape_settings::LoadAll(tape_key_path);

@@ -19,7 +19,8 @@ struct entry_environment {
 /// - with the switch of a diagnostic action it does that and nothing else, then 0, whatever came of it;
 /// - else it serves under the service manager until that stops it, then 0, also when the start has failed;
 /// - with no service manager to serve under, 1.
-/// Failures of the set-up leave as exceptions.
+/// Failures of the set-up leave as exceptions. They are meant for nobody but the system's crash filter: a dump with the stack of
+/// the failure wants them uncaught.
 [[nodiscard]] int RunTapeServer(const entry_environment& environment);
 
 /// The lines that start a run in the log.

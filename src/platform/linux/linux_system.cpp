@@ -84,6 +84,7 @@ linux_system::linux_system(const system_paths& paths)
     : paths_(paths), registry_(registry_options(paths)), settings_(read_linux_settings(registry_, paths.settings_file)) {
     set_.clock = &clock_;
     set_.com_runtime = &com_runtime_;
+    set_.crash = &crash_;
     set_.debug_output = &debug_output_;
     set_.errors = &errors_;
     set_.events = &events_;

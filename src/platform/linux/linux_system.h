@@ -5,6 +5,7 @@
 
 #include "platform/linux/clock.h"
 #include "platform/linux/com_runtime.h"
+#include "platform/linux/crash.h"
 #include "platform/linux/debug_output.h"
 #include "platform/linux/errors.h"
 #include "platform/linux/events.h"
@@ -51,6 +52,7 @@ public:
 
     [[nodiscard]] system_set& set() { return set_; }
     [[nodiscard]] linux_registry& registry() { return registry_; }
+    [[nodiscard]] linux_crash& crash() { return crash_; }
     [[nodiscard]] const linux_settings& settings() const { return settings_; }
     [[nodiscard]] const system_paths& paths() const { return paths_; }
 
@@ -68,6 +70,7 @@ private:
     linux_registry registry_;
     const linux_settings settings_;
     system_set set_;
+    linux_crash crash_;  ///< the last one: a crash needs the others
 };
 
 }  // namespace platform::linux_os

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "foundation/text/unicode.h"
+#include "platform/linux/crash_signals.h"
 #include "platform/linux/errors.h"
 
 namespace platform::linux_os {
@@ -61,6 +62,12 @@ std::string release_value(const std::string& path, std::string_view key) {
         return value;
     }
     return {};
+}
+
+/// Every thread that does anything of note comes by, whoever has started it: the place to make it ready for its own crash.
+std::uint32_t first_meeting() {
+    ready_current_thread_for_crash();
+    return static_cast<std::uint32_t>(gettid());
 }
 
 std::string kernel_description() {
@@ -120,7 +127,7 @@ std::string linux_process::os_description() {
 
 std::uint32_t linux_process::current_thread_id() {
     // Every line of the log names its thread; the kernel is asked once. No process of this system forks and goes on as itself.
-    thread_local const auto id = static_cast<std::uint32_t>(gettid());
+    thread_local const std::uint32_t id = first_meeting();
     return id;
 }
 

@@ -8,11 +8,14 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <optional>
 #include <utility>
 
 #include "command/erase_worker.h"
+#include "foundation/exc/exceptions.h"
 #include "foundation/logging/log.h"
 #include "foundation/logging/log_writer.h"
+#include "foundation/logging/quietly.h"
 #include "foundation/util/command_line.h"
 #include "host/diagnostics.h"
 #include "host/entry.h"
@@ -89,15 +92,21 @@ bool wait_for_end(std::int64_t milliseconds) {
     return sigtimedwait(&signals, nullptr, &limit) < 0;
 }
 
-/// The entry handles no failure of its set-up; here such a failure ends the process with its reason in the log and on the terminal.
-int run(const entry_environment& environment) {
-    try {
-        return RunTapeServer(environment);
-    } catch (const std::exception& e) {
-        g_libraryLog.LogError("The tape server can't be started.", e);
-        std::cerr << "TarnoTapeSvc: the tape server can't be started.\n" << e.what() << '\n';
-        return exit_failed_start;
-    }
+/// The entry handles no failure of its set-up, and neither does this program: it comes here, its reason goes to the log and to the
+/// terminal, and the process ends with a code that says so. On other threads nothing of the kind is expected.
+std::optional<int> tell_uncaught(const std::exception* failure) {
+    const exc::runtime_exc_t unknown("Its kind is unknown.");
+    const std::exception& shown = failure != nullptr ? *failure : unknown;
+    const bool in_entry = gettid() == getpid();
+    const char* const sentence = in_entry ? "The tape server can't be started." : "A failure has reached no handler.";
+    logging::quietly([&] { g_libraryLog.LogError(sentence, shown); });
+    std::cerr << "TarnoTapeSvc: " << sentence << '\n' << shown.what() << std::endl;
+    return in_entry ? std::optional<int>(exit_failed_start) : std::nullopt;
+}
+
+void tell_signal(const std::string& sentence) {
+    logging::quietly([&] { g_libraryLog.LogError(sentence); });
+    std::cerr << "TarnoTapeSvc: " << sentence << std::endl;
 }
 
 /// A log that can't be opened leaves nothing behind but silence; whoever started the program is told here, once.
@@ -131,6 +140,7 @@ int main() {
         return exit_bad_settings;
     }
 
+    system->set_crash_hooks({.signalled = tell_signal, .uncaught = tell_uncaught});
     platform::linux_os::systemd_manager manager({.idle = look_after_process, .reload = [&system] { system->reload(); }});
     system->serve_under(manager);
 
@@ -143,7 +153,7 @@ int main() {
     for (const std::string& warning : environment.start_warnings) {
         std::cerr << "TarnoTapeSvc: " << warning << '\n';
     }
-    const int code = run(environment);
+    const int code = RunTapeServer(environment);
     report_missing_log();
     std::cerr.flush();
     if (system->at_rest() && !EraseThreadsRunning()) {

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/device_stack/changer_database.h"
@@ -33,6 +34,9 @@ public:
 
     /// What the administrator should know of the start: sentences for the log.
     [[nodiscard]] const std::vector<std::string>& warnings() const { return warnings_; }
+
+    /// Whom to tell of a crash, from now to the end.
+    void set_crash_hooks(platform::linux_os::crash_hooks hooks) { base_.crash().set_hooks(std::move(hooks)); }
 
     /// Whether no call is being served, so that the whole can be taken apart without waiting for anybody.
     [[nodiscard]] bool at_rest() const { return rpc_->at_rest(); }

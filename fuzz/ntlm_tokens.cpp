@@ -98,6 +98,25 @@ void attack_initiator(byte_span challenge) {
     require(!complete || ntlm::decode_authenticate(answer).has_value());
 }
 
+/// Both sides sign the list of mechanisms, then a PDU in each direction that holds `text`.
+void agree(ntlm_initiator& client, ntlm_acceptor& server, byte_span text) {
+    const std::vector<std::uint8_t> list(5);
+    require(server.check_list(list, client.sign_list(list)));
+    require(client.check_list(list, server.sign_list(list)));
+    client.list_is_signed();
+    server.list_is_signed();
+    for (const auth_level level : {auth_level::integrity, auth_level::privacy}) {
+        std::vector<std::uint8_t> pdu(text.begin(), text.end());
+        std::vector<std::uint8_t> signature(client.signature_size());
+        const std::size_t offset = pdu.size() / 3;
+        client.protect(level, pdu, offset, pdu.size() - offset, signature);
+        require(server.unprotect(level, pdu, offset, pdu.size() - offset, signature) && std::ranges::equal(pdu, text));
+        server.protect(level, pdu, offset, pdu.size() - offset, signature);
+        signature.back() ^= 1;
+        require(!client.unprotect(level, pdu, offset, pdu.size() - offset, signature));
+    }
+}
+
 /// Messages with an integrity code arrive as they were sent, or nobody is let in.
 void meddle(byte_span records) {
     tampering middle(records);
@@ -119,8 +138,7 @@ void meddle(byte_span records) {
     require(let_in || middle.touched());
     require(!let_in || !middle.touched() || !server.demands_signed_list());
     if (!middle.touched()) {
-        const std::vector<std::uint8_t> list(5);
-        require(server.check_list(list, client.sign_list(list)));
+        agree(client, server, records);
     }
 }
 

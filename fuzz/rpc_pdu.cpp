@@ -152,6 +152,15 @@ void mend(std::span<std::uint8_t> rest, const choices& chosen) {
     header.auth_length = static_cast<std::uint16_t>(token);
     encode_header(rest, header);
     std::ranges::copy(kept, rest.begin() + 2);
+    if (header.type == pdu_type::request && length >= request_header_size) {
+        // One of the bind's contexts as a rule, and one of the interfaces' operations.
+        const auto bind_context = static_cast<std::uint8_t>(rest[20] % 4);
+        const auto operation = static_cast<std::uint8_t>(rest[22] % 8);
+        rest[20] = header.little_endian ? bind_context : 0;
+        rest[21] = header.little_endian ? 0 : bind_context;
+        rest[22] = header.little_endian ? operation : 0;
+        rest[23] = header.little_endian ? 0 : operation;
+    }
     if (!header.little_endian) {
         std::reverse(rest.begin() + 8, rest.begin() + 10);
         std::reverse(rest.begin() + 10, rest.begin() + 12);
@@ -172,6 +181,9 @@ bool take(session& tested, const pdu_header& header, std::span<const std::uint8_
     session_step step = tested.take_lending(header, pdu);
     check(std::move(step.answer));
     if (step.call) {
+        if (step.call->may_wait()) {
+            step.call->own_stub();
+        }
         check(serve(*step.call));
         tested.take_back(std::move(step.call));
     }

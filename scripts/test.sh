@@ -52,6 +52,9 @@ run_fuzzers() {
         corpus=build/linux-fuzz/corpus/$target
         step "Fuzz $target"
         mkdir -p "$corpus"
+        if [ -f "fuzz/${target}_seeds.py" ]; then
+            python3 "fuzz/${target}_seeds.py" "$corpus"
+        fi
         if ! UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 "build/linux-fuzz/fuzz/fuzz_$target" "$corpus" -max_total_time="$1" \
             -artifact_prefix="build/linux-fuzz/$target-" >"build/linux-fuzz/$target.log" 2>&1; then
             tail -60 "build/linux-fuzz/$target.log"

@@ -3,7 +3,15 @@
 #include <netdb.h>
 #include <sys/socket.h>
 
+#include <condition_variable>
+#include <map>
 #include <memory>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <system_error>
+#include <thread>
+#include <utility>
 
 namespace platform::linux_scsi {
 
@@ -11,37 +19,10 @@ namespace {
 
 using std::chrono::steady_clock;
 
-/// A request to the resolver, which goes on using it until it has ended: when it can't be cancelled, it must outlive the wait.
-struct lookup {
-    std::string host;
-    std::string service;
-    addrinfo hints{};
-    gaicb request{};
-
-    explicit lookup(const iscsi_portal& portal) : host(portal.host), service(std::to_string(portal.port)) {
-        hints.ai_family = AF_UNSPEC;
-        hints.ai_socktype = SOCK_STREAM;
-        request.ar_name = host.c_str();
-        request.ar_service = service.c_str();
-        request.ar_request = &hints;
-    }
-    ~lookup() {
-        if (request.ar_result != nullptr) {
-            freeaddrinfo(request.ar_result);
-        }
-    }
-    lookup(const lookup&) = delete;
-    lookup& operator=(const lookup&) = delete;
+struct answer {
+    int failure = 0;  ///< of getaddrinfo
+    std::vector<std::string> addresses;
 };
-
-timespec time_left(steady_clock::time_point deadline) {
-    const auto left = std::max(deadline - steady_clock::now(), steady_clock::duration::zero());
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-    timespec span{};
-    span.tv_sec = static_cast<time_t>(seconds.count());
-    span.tv_nsec = static_cast<long>(std::chrono::duration_cast<std::chrono::nanoseconds>(left - seconds).count());
-    return span;
-}
 
 std::vector<std::string> addresses_of(const addrinfo* list, std::uint16_t port) {
     std::vector<std::string> addresses;
@@ -54,29 +35,101 @@ std::vector<std::string> addresses_of(const addrinfo* list, std::uint16_t port) 
     return addresses;
 }
 
+/// Blocks for as long as the name service does, unless `flags` keep it out.
+answer ask(const iscsi_portal& portal, int flags) {
+    addrinfo hints{};
+    hints.ai_flags = flags | AI_NUMERICSERV;
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    answer given;
+    given.failure = getaddrinfo(portal.host.c_str(), std::to_string(portal.port).c_str(), &hints, &found);
+    if (given.failure == 0) {
+        given.addresses = addresses_of(found, portal.port);
+        freeaddrinfo(found);
+    }
+    return given;
+}
+
+/// The questions that wait for the name service. One can't be called off, so that a thread of its own asks it, which nobody needs
+/// to wait for; whoever asks the same meanwhile waits for the same answer.
+class open_questions : public std::enable_shared_from_this<open_questions> {
+public:
+    /// Nothing when the deadline has passed before the answer came. Throws `std::system_error` when there are no more threads.
+    std::optional<answer> wait_for(const iscsi_portal& portal, steady_clock::time_point deadline) {
+        std::unique_lock lock(mutex_);
+        const std::shared_ptr<const question> asked = open(portal);
+        const bool in_time = answered_.wait_until(lock, deadline, [&] { return asked->is_answered; });
+        return in_time ? std::optional(asked->given) : std::nullopt;
+    }
+
+private:
+    struct question {
+        bool is_answered = false;
+        answer given;
+    };
+    using question_map = std::map<std::string, std::shared_ptr<question>>;
+
+    /// With the mutex held.
+    std::shared_ptr<question> open(const iscsi_portal& portal) {
+        const auto [place, is_new] = questions_.try_emplace(portal.text());
+        if (is_new) {
+            try {
+                place->second = std::make_shared<question>();
+                std::thread([self = shared_from_this(), portal, place = place] { self->find_out(portal, place); }).detach();
+            } catch (...) {
+                questions_.erase(place);
+                throw;
+            }
+        }
+        return place->second;
+    }
+
+    void find_out(const iscsi_portal& portal, question_map::iterator place) {
+        answer given;
+        try {
+            given = ask(portal, 0);
+        } catch (const std::bad_alloc&) {
+            given.failure = EAI_MEMORY;
+        }
+        const std::lock_guard lock(mutex_);
+        place->second->given = std::move(given);
+        place->second->is_answered = true;
+        questions_.erase(place);
+        answered_.notify_all();
+    }
+
+    std::mutex mutex_;
+    std::condition_variable answered_;
+    question_map questions_;
+};
+
+/// Shared with the threads that ask, which may outlive all else in the process.
+open_questions& questions() {
+    static const auto shared = std::make_shared<open_questions>();
+    return *shared;
+}
+
 }  // namespace
 
 std::vector<std::string> resolve_portal(const iscsi_portal& portal, steady_clock::time_point deadline, std::string& reason) {
-    auto asked = std::make_unique<lookup>(portal);
-    gaicb* requests[] = {&asked->request};
-    int failure = getaddrinfo_a(GAI_NOWAIT, requests, 1, nullptr);
-    while (failure == 0 && (failure = gai_error(&asked->request)) == EAI_INPROGRESS) {
-        const timespec left = time_left(deadline);
-        if (left.tv_sec == 0 && left.tv_nsec == 0) {
-            if (gai_cancel(&asked->request) == EAI_NOTCANCELED) {
-                static_cast<void>(asked.release());  // the resolver's own, for good
+    answer given = ask(portal, AI_NUMERICHOST);
+    if (given.failure != 0) {
+        try {
+            std::optional<answer> found = questions().wait_for(portal, deadline);
+            if (!found) {
+                reason = "the name [" + portal.host + "] could not be resolved in time";
+                return {};
             }
-            reason = "the name [" + portal.host + "] could not be resolved in time";
-            return {};
+            given = std::move(*found);
+        } catch (const std::system_error&) {
+            given.failure = EAI_AGAIN;
         }
-        gai_suspend(requests, 1, &left);
-        failure = 0;
     }
-    if (failure != 0) {
-        reason = "the name [" + portal.host + "] could not be resolved: " + gai_strerror(failure);
-        return {};
+    if (given.failure != 0) {
+        reason = "the name [" + portal.host + "] could not be resolved: " + gai_strerror(given.failure);
     }
-    return addresses_of(asked->request.ar_result, portal.port);
+    return given.addresses;
 }
 
 }  // namespace platform::linux_scsi

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "changer/changer_handle.h"
 #include "changer/changer_world.h"
 #include "changer/element_status_bytes.h"
@@ -123,7 +125,7 @@ TEST_F(ChangerHandleScsi, WaitsOutAnOpenPortWithGrowingPauses) {
 TEST_F(ChangerHandleScsi, GivesUpOnAPortThatStaysOpen) {
     serve([&](const device_request& request, const bytes&) { return answer_scsi(request, 2, fixed_sense(6, 0x28, 1)); }, true);
     platform::system().errors->set_last_error(0);
-    const std::string text = thrown<exc::win_sys_exc_t>([&] { open(); });
+    const std::string text = failure_text<exc::win_sys_exc_t>([&] { open(); });
     EXPECT_NE(text.find("Cannot initialize Changer \\\\.\\Changer0. " + port_accessed), std::string::npos) << text;
     EXPECT_THAT(world.sleeps(), ElementsAre(20000, 40000, 60000));
     EXPECT_EQ(world.controls(direct_code).size(), 4u);
@@ -155,8 +157,8 @@ TEST_F(ChangerHandleScsi, OpensWithoutAMapAndFailsLater) {
     world.set_timeout(0);
     serve([&](const device_request& request, const bytes&) { return answer_scsi(request, 0, {}, bytes(24)); }, true);
     const auto changer = open();
-    EXPECT_EQ(thrown<std::out_of_range>([&] { changer->GetParameters(); }), "invalid vector<T> subscript");
-    const std::string text = thrown<exc::runtime_exc_t>([&] { changer->GetElementStatus(0, ChangerSlot, true, 1); });
+    EXPECT_EQ(failure_text<std::out_of_range>([&] { changer->GetParameters(); }), "invalid vector<T> subscript");
+    const std::string text = failure_text<exc::runtime_exc_t>([&] { changer->GetElementStatus(0, ChangerSlot, true, 1); });
     EXPECT_TRUE(
         text.starts_with("invalid vector<T> subscript\n--tr:Timed out waiting for device ready status on "
                          "ChangerGetElementStatus operation, element 'ChangerSlot' "))
@@ -182,7 +184,7 @@ TEST_F(ChangerHandleScsi, NamesItselfByItsTargetWithoutAClassDriver) {
     EXPECT_EQ(changer->GetDeviceName(), u"Changer105");
 
     world.system.devices.queue_control(get_device_number, {5, {}, {}, {}});
-    EXPECT_NE(thrown<exc::win_sys_exc_t>([&] {
+    EXPECT_NE(failure_text<exc::win_sys_exc_t>([&] {
                   changer->GetDeviceName();
               }).find("DeviceIoControl(StorageGetDeviceNumber) in '\\\\.\\Changer0' with error Access is denied."),
               std::string::npos);
@@ -228,7 +230,7 @@ TEST_F(ChangerHandleScsi, MakesParametersOfMapAndCapabilities) {
 TEST_F(ChangerHandleScsi, FailsWithoutTheCapabilitiesPage) {
     serve([&](const device_request& request, const bytes&) { return answer_scsi(request, 0, {}, bytes(24)); });
     const auto changer = open();
-    EXPECT_NE(thrown<exc::win_sys_exc_t>([&] {
+    EXPECT_NE(failure_text<exc::win_sys_exc_t>([&] {
                   changer->GetParameters();
               }).find("Cannot get changer parameter', symLink = '\\\\.\\Changer0'"),
               std::string::npos);
@@ -318,7 +320,7 @@ TEST_F(ChangerHandleScsi, LogsEachFailedTry) {
     world.set_timeout(7);
     serve([](const device_request& request, const bytes&) { return answer_scsi(request, 8, {}); });
     const auto changer = open();
-    const std::string text = thrown<exc::runtime_exc_t>([&] { changer->GetElementStatus(0, ChangerSlot, true, 1); });
+    const std::string text = failure_text<exc::runtime_exc_t>([&] { changer->GetElementStatus(0, ChangerSlot, true, 1); });
     EXPECT_EQ(text,
               "[MT] SCSI ERROR: is\n--tr:Timed out waiting for device ready status on ChangerGetElementStatus operation, "
               "element 'ChangerSlot' ");
@@ -344,7 +346,7 @@ TEST_F(ChangerHandleScsi, FailsWhenThereAreFewerDrives) {
     serve_status({one_drive({.address = 0x100, .flags = 8}), bytes(8)});
     const auto changer = open();
     EXPECT_TRUE(
-        thrown([&] { changer->GetElementStatus(0, ChangerDrive, true, 2); }).starts_with("invalid vector<T> subscript\n--tr:"));
+        failure_of([&] { changer->GetElementStatus(0, ChangerDrive, true, 2); }).starts_with("invalid vector<T> subscript\n--tr:"));
 }
 
 TEST_F(ChangerHandleScsi, LooksAgainAtALoadedDriveWithoutAReadableTag) {

@@ -186,7 +186,7 @@ TEST_F(ChangerHandle, ReadsTheScsiAddress) {
     EXPECT_EQ(address.PortNumber, 1);
     EXPECT_EQ(address.Lun, 4);
     answer(get_address, silent_failure);
-    EXPECT_NE(thrown([&] { changer->GetScsiAddress(); }).find("DeviceIoControl(ScsiGetAddress) in '\\\\.\\Changer0' \n"),
+    EXPECT_NE(failure_of([&] { changer->GetScsiAddress(); }).find("DeviceIoControl(ScsiGetAddress) in '\\\\.\\Changer0' \n"),
               std::string::npos);
 }
 
@@ -197,9 +197,10 @@ TEST_F(ChangerHandle, ReadsTheParametersWithoutRepeat) {
     answer(get_parameters, 0, raw(parameters));
     EXPECT_EQ(changer->GetParameters().NumberStorageElements, 24);
     answer(get_parameters, 1110);
-    EXPECT_NE(
-        thrown([&] { changer->GetParameters(); }).find("DeviceIoControl(ChangerGetParameters) in '\\\\.\\Changer0' with error "),
-        std::string::npos);
+    EXPECT_NE(failure_of([&] {
+                  changer->GetParameters();
+              }).find("DeviceIoControl(ChangerGetParameters) in '\\\\.\\Changer0' with error "),
+              std::string::npos);
     EXPECT_EQ(world.controls(get_parameters).size(), 2u);
     EXPECT_EQ(world.controls(get_parameters)[0].output_size, 60u);
 }
@@ -330,7 +331,7 @@ TEST_F(ChangerHandle, RunsOutOfTimeWhenNoDriveHasASerialNumber) {
     world.set_timeout(7);
     elements({drive(0, ""), drive(1, "")});
     const auto changer = open();
-    const std::string text = thrown<exc::win_sys_exc_t>([&] { changer->GetElementStatus(0, ChangerDrive, true, 2); });
+    const std::string text = failure_text<exc::win_sys_exc_t>([&] { changer->GetElementStatus(0, ChangerDrive, true, 2); });
     EXPECT_NE(
         text.find("DeviceIoControl(ChangerGetElementStatus) with eAddress = '2' and number = '1', symLink = '\\\\.\\Changer0'"),
         std::string::npos)
@@ -496,13 +497,13 @@ TEST_F(ChangerHandle, ReportsAQueryThatFails) {
     const auto changer = open();
     answer(get_parameters, 0, bytes(60));
     answer(pass_through, 5);
-    std::string text = thrown<exc::win_sys_exc_t>([&] { changer->GetSerialNames(drives({""}), ChangerDrive); });
+    std::string text = failure_text<exc::win_sys_exc_t>([&] { changer->GetSerialNames(drives({""}), ChangerDrive); });
     EXPECT_NE(text.find("DeviceIoControl(ScsiPassThrough) in '\\\\.\\Changer0' with error Access is denied."), std::string::npos);
 
     answer(get_parameters, 0, bytes(60));
     platform::system().errors->set_last_error(0);
     world.system.devices.on_control([](const device_request& request) { return answer_scsi(request, 8, {}); });
-    text = thrown<exc::win_sys_exc_t>([&] { changer->GetSerialNames(drives({""}), ChangerDrive); });
+    text = failure_text<exc::win_sys_exc_t>([&] { changer->GetSerialNames(drives({""}), ChangerDrive); });
     EXPECT_NE(text.find("Error with status of drives in '\\\\.\\Changer0' . Scsi status '8'"), std::string::npos) << text;
 }
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,6 +14,7 @@
 #include "platform/errors.h"
 #include "platform/scsi_records.h"
 #include "platform/testing/fakes.h"
+#include "support/failure_text.h"
 
 /// What the changer tests share: fakes, a changer with a link name, and devices that can fail in the ways of real ones.
 namespace changer_tests {
@@ -22,6 +22,8 @@ namespace changer_tests {
 using bytes = std::vector<std::uint8_t>;
 using platform::testing::device_answer;
 using platform::testing::device_request;
+using test_support::failure_of;
+using test_support::failure_text;
 
 inline const std::string changer_link = "\\\\.\\Changer0";
 inline constexpr char tape_key[] = "SOFTWARE\\Tarno\\Tarno Backup Tape";
@@ -127,17 +129,6 @@ private:
 
     platform::scoped_system scope_;
 };
-
-/// Runs something and gives the text of what it threw; "nothing was thrown" when nothing was.
-template <typename Exception = std::exception>
-std::string thrown(const std::function<void()>& work) {
-    try {
-        work();
-    } catch (const Exception& e) {
-        return e.what();
-    }
-    return "nothing was thrown";
-}
 
 /// A zero-filled area with some bytes at its start.
 inline bytes padded(bytes start, std::size_t size) {

@@ -99,7 +99,7 @@ TEST_P(MediumMovement, WaitsForASourceThatStaysEmptyAndSendsNothing) {
     world.set_timeout(12);
     const auto changer = open();
     world.system.log.clear();
-    const std::string text = thrown<exc::win_sys_exc_t>([&] { changer->LoadMedium(3, 1); });
+    const std::string text = failure_text<exc::win_sys_exc_t>([&] { changer->LoadMedium(3, 1); });
     EXPECT_NE(text.find("Unable to move tape from ChangerSlot #3: changer element is empty"), std::string::npos) << text;
     const std::string waiting = "tap|   ChangerSlot #3 is not full. Waiting for 5 sec";
     EXPECT_THAT(world.log(), ElementsAre("tap| Checking if ChangerSlot #3 is full", waiting, waiting, waiting,
@@ -129,7 +129,7 @@ TEST_P(MediumMovement, WaitsForADestinationThatStaysFull) {
     robot.fill(ChangerDrive, 1);
     const auto changer = open();
     world.system.log.clear();
-    const std::string text = thrown<exc::win_sys_exc_t>([&] { changer->LoadMedium(3, 1); });
+    const std::string text = failure_text<exc::win_sys_exc_t>([&] { changer->LoadMedium(3, 1); });
     EXPECT_NE(text.find("Unable to move tape to ChangerDrive #1: changer element in not empty"), std::string::npos) << text;
     EXPECT_THAT(world.log(), ElementsAre("tap| Checking if ChangerSlot #3 is full", "tap| Checking if ChangerDrive #1 is empty",
                                          "tap|   ChangerDrive #1  is not empty. Waiting for 5 sec",
@@ -140,7 +140,7 @@ TEST_P(MediumMovement, WaitsForADestinationThatStaysFull) {
 
 TEST_P(MediumMovement, RefusesToMoveASlotToItself) {
     robot.fill(ChangerSlot, 3);
-    const std::string text = thrown<exc::win_sys_exc_t>([&] { open()->MoveToSlot(3, 3); });
+    const std::string text = failure_text<exc::win_sys_exc_t>([&] { open()->MoveToSlot(3, 3); });
     EXPECT_NE(text.find("Unable to move tape to ChangerSlot #3: changer element in not empty"), std::string::npos) << text;
     EXPECT_EQ(world.sleeps(), std::vector<std::int64_t>(13, 5000));
     EXPECT_EQ(robot.moves, 0u);
@@ -236,7 +236,7 @@ TEST_P(MediumMovement, WaitsForTheDestinationAfterASilentFailure) {
     robot.fill(ChangerSlot, 3);
     robot.all_moves({.carried_out = false, .error = silent_failure});
     const auto changer = open();
-    const std::string text = thrown<exc::win_sys_exc_t>([&] { changer->LoadMedium(3, 1); });
+    const std::string text = failure_text<exc::win_sys_exc_t>([&] { changer->LoadMedium(3, 1); });
     EXPECT_NE(text.find(timed_out("ChangerSlot", "3", "ChangerDrive #1")), std::string::npos) << text;
     // Two sleeps of waiting, then the sleep of the retry, which is behind the deadline of 8 seconds.
     EXPECT_THAT(world.sleeps(), ElementsAre(5000, 5000, 5000));
@@ -264,9 +264,9 @@ TEST_P(MediumMovement, RefusesAFullPortBeforeAnythingElse) {
     robot.fill(ChangerSlot, 0);
     robot.fill(ChangerIEPort, 1);
     const auto changer = open();
-    EXPECT_NE(thrown<exc::win_sys_exc_t>([&] { changer->FromDriveToIEPort(0, 1); }).find("IEPort '1' is not empty"),
+    EXPECT_NE(failure_text<exc::win_sys_exc_t>([&] { changer->FromDriveToIEPort(0, 1); }).find("IEPort '1' is not empty"),
               std::string::npos);
-    EXPECT_NE(thrown<exc::win_sys_exc_t>([&] { changer->FromSlotToIEPort(0, 1); }).find("IEPort '1' is not empty"),
+    EXPECT_NE(failure_text<exc::win_sys_exc_t>([&] { changer->FromSlotToIEPort(0, 1); }).find("IEPort '1' is not empty"),
               std::string::npos);
     EXPECT_THAT(world.log(), IsEmpty());
     EXPECT_THAT(world.sleeps(), IsEmpty());
@@ -274,7 +274,8 @@ TEST_P(MediumMovement, RefusesAFullPortBeforeAnythingElse) {
 }
 
 TEST_P(MediumMovement, RefusesAnEmptyPort) {
-    EXPECT_NE(thrown<exc::win_sys_exc_t>([&] { open()->FromIEPortToSlot(1, 0); }).find("IEPort '1' is empty"), std::string::npos);
+    EXPECT_NE(failure_text<exc::win_sys_exc_t>([&] { open()->FromIEPortToSlot(1, 0); }).find("IEPort '1' is empty"),
+              std::string::npos);
     EXPECT_THAT(world.log(), IsEmpty());
 }
 
@@ -282,7 +283,7 @@ TEST_P(MediumMovement, FailsAtOnceWhenTheElementsCannotBeReadBeforeTheMove) {
     world.set_timeout(0);
     robot.fail_status(21);
     const auto changer = open();
-    const std::string text = thrown([&] { changer->LoadMedium(3, 1); });
+    const std::string text = failure_of([&] { changer->LoadMedium(3, 1); });
     EXPECT_NE(text.find("Timed out waiting for device ready status on ChangerGetElementStatus operation, element 'ChangerSlot' "),
               std::string::npos);
     EXPECT_EQ(robot.moves, 0u);
@@ -295,7 +296,7 @@ TEST_P(MediumMovement, FailsWithTheReadThatFailedAfterTheCommand) {
     robot.all_moves(real_error);
     world.system.clock.on_sleep([&](std::int64_t) { robot.fail_status(21); });
     const auto changer = open();
-    const std::string text = thrown([&] { changer->LoadMedium(3, 1); });
+    const std::string text = failure_of([&] { changer->LoadMedium(3, 1); });
     EXPECT_NE(text.find("on ChangerGetElementStatus operation, element 'ChangerSlot' "), std::string::npos) << text;
     EXPECT_THAT(world.log_with("Cannot move medium implementation"), IsEmpty());
 }

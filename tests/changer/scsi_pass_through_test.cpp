@@ -150,7 +150,7 @@ TEST_F(ScsiPassThrough, LooksTheFormUpForEachRequest) {
 
 TEST_F(ScsiPassThrough, RefusesAnEmptyVectorInTheDirectFormOnly) {
     bytes none;
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { CScsiPassThrough(device, none); }), "Empty output buffer.");
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { CScsiPassThrough(device, none); }), "Empty output buffer.");
     EXPECT_NO_THROW(CScsiPassThrough{device});
     world.set_indirect(1);
     EXPECT_NO_THROW(CScsiPassThrough(device, none));
@@ -199,7 +199,7 @@ TEST_F(ScsiPassThrough, TakesAUnitAttentionInTheIndirectFormAsDone) {
 TEST_F(ScsiPassThrough, GivesUpAUnitAttentionWithoutAttempts) {
     answer({scsi(2, fixed_sense(6, 0x28, 0))});
     CScsiPassThrough request(device);
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { request.ExecuteDirect(0); }),
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { request.ExecuteDirect(0); }),
               " [MT]SCSI PASS THROUGH DIRECT ended with Scsi Error " + ready_change);
     EXPECT_THAT(world.log(), ElementsAre("tap| ERR |SCSI DIRECT ended with error " + ready_change + ". It has 0 attempts"));
     EXPECT_THAT(world.sleeps(), IsEmpty());
@@ -211,23 +211,23 @@ TEST_F(ScsiPassThrough, TakesTheSameUnitAttentionInDescriptorFormatForAnError) {
         "Descriptor format, current;  Sense key: Unit Attention. Additional sense: Not ready to ready change, medium may have "
         "changed";
     answer({scsi(2, sense)});
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { CScsiPassThrough(device).Execute(); }),
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { CScsiPassThrough(device).Execute(); }),
               " [MT]SCSI PASS THROUGH DIRECT ended with Scsi Error " + text);
     world.set_indirect(1);
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { CScsiPassThrough(device).Execute(); }),
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { CScsiPassThrough(device).Execute(); }),
               " [MT]SCSI PASS THROUGH INDIRECT ended with Scsi Error " + text);
 }
 
 TEST_F(ScsiPassThrough, ReportsACheckConditionWithoutSense) {
     answer({scsi(2, {})});
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { CScsiPassThrough(device).Execute(); }),
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { CScsiPassThrough(device).Execute(); }),
               " [MT]SCSI PASS THROUGH DIRECT ended with Scsi Error Sense buffer empty");
 }
 
 TEST_F(ScsiPassThrough, ReportsOtherStatusesWithoutSayingWhich) {
     for (const std::uint8_t status : bytes{0x08, 0x18, 0x28, 0x40}) {
         answer({scsi(status, {})});
-        EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { CScsiPassThrough(device).Execute(); }), "[MT] SCSI ERROR: is");
+        EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { CScsiPassThrough(device).Execute(); }), "[MT] SCSI ERROR: is");
     }
     EXPECT_THAT(world.log(), IsEmpty());
 }
@@ -256,7 +256,7 @@ TEST_F(ScsiPassThrough, EmptiesTheVectorWhenTheIndirectControlFailed) {
 TEST_F(ScsiPassThrough, PrefersTheStatusOfAControlThatFailed) {
     answer({scsi(0x08, {})});
     world.devices.fail_after_block = true;
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { CScsiPassThrough(device).Execute(); }), "[MT] SCSI ERROR: is");
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { CScsiPassThrough(device).Execute(); }), "[MT] SCSI ERROR: is");
 }
 
 TEST_F(ScsiPassThrough, FailsAfterTheResendWhenTheFirstControlHadFailed) {
@@ -324,7 +324,7 @@ TEST_F(ScsiPassThrough, BuildsMoveMedium) {
 TEST_F(ScsiPassThrough, RefusesAddressesOfTypesThatTheMapLacks) {
     bytes data(64);
     CScsiPassThrough request(device, data);
-    EXPECT_EQ(thrown<std::out_of_range>([&] { ReadElementStatus(request, 0, ChangerSlot, 1, {}, true); }),
+    EXPECT_EQ(failure_text<std::out_of_range>([&] { ReadElementStatus(request, 0, ChangerSlot, 1, {}, true); }),
               "invalid vector<T> subscript");
     EXPECT_THAT(world.controls(direct_code), IsEmpty());
 }
@@ -334,12 +334,12 @@ TEST_F(ScsiPassThrough, RefusesAddressesThatWouldNameOtherElements) {
     bytes data(64);
     CScsiPassThrough read(device, data);
     // Cut to 16 bits, slot 61456 of this map would be the first port.
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { ReadElementStatus(read, 61456, ChangerSlot, 1, map, true); }),
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { ReadElementStatus(read, 61456, ChangerSlot, 1, map, true); }),
               "There is no ChangerSlot #61456: the changer has no such address.");
     CScsiPassThrough move(device);
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { MoveMediumCommand(move, 61456, ChangerSlot, 0, ChangerDrive, map); }),
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { MoveMediumCommand(move, 61456, ChangerSlot, 0, ChangerDrive, map); }),
               "There is no ChangerSlot #61456: the changer has no such address.");
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { MoveMediumCommand(move, 0, ChangerDrive, 61440, ChangerSlot, map); }),
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { MoveMediumCommand(move, 0, ChangerDrive, 61440, ChangerSlot, map); }),
               "There is no ChangerSlot #61440: the changer has no such address.");
     EXPECT_THAT(world.controls(direct_code), IsEmpty());
     MoveMediumCommand(move, 0, ChangerDrive, 61439, ChangerSlot, map);

@@ -40,7 +40,7 @@ TEST_F(DriveOpening, AFailedCloseIsNotTold) {
 }
 
 TEST_F(DriveOpening, TriesADriveThatIsNotThereOnce) {
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([] { const CDriveHandle drive("\\\\.\\Tape7"); }),
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([] { const CDriveHandle drive("\\\\.\\Tape7"); }),
               system_failure("The system cannot find the file specified.",
                              "Problem with CreateFile in '\\\\.\\Tape7' with error The system cannot find the file specified.",
                              "0x00000002"));
@@ -58,7 +58,7 @@ TEST_F(DriveOpening, TellsHowLongAFailedOpeningTook) {
         return 1117u;
     });
     EXPECT_EQ(
-        thrown<exc::win_sys_exc_t>([] { const CDriveHandle drive(drive_link); }),
+        failure_text<exc::win_sys_exc_t>([] { const CDriveHandle drive(drive_link); }),
         system_failure("The request could not be performed because of an I/O device error.",
                        "Problem with CreateFile in '\\\\.\\Tape0' with error The request could not be performed because of an "
                        "I/O device error.",
@@ -90,7 +90,7 @@ TEST_F(DriveOpening, AFailureWithoutANumberHasNoText) {
     platform::system_set set = platform::system();
     set.devices = &mute;
     const platform::scoped_system scope(set);
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([] { const CDriveHandle drive(drive_link); }),
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([] { const CDriveHandle drive(drive_link); }),
               system_failure("The operation completed successfully.", "Problem with CreateFile in '\\\\.\\Tape0' ", "0x00000000"));
 }
 
@@ -155,12 +155,13 @@ TEST_F(DriveIdentity, AMediaChangeGetsOneSecondTryAtOnce) {
 TEST_F(DriveIdentity, ASecondFailureIsFinal) {
     const CDriveHandle drive(drive_link);
     world.controls_end_with(get_device_number, {1110});
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { static_cast<void>(drive.GetDeviceNumber()); }),
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { static_cast<void>(drive.GetDeviceNumber()); }),
               system_failure("The media in the drive may have changed.",
                              "DeviceIoControl(StorageGetDeviceNumber) in '\\\\.\\Tape0'", "0x00000456"));
     EXPECT_EQ(world.controls(get_device_number).size(), 2u);
     world.controls_end_with(get_scsi_address, {1110});
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { static_cast<void>(drive.GetScsiAddress()); }), "DeviceIoControl(ScsiGetAddress)");
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { static_cast<void>(drive.GetScsiAddress()); }),
+              "DeviceIoControl(ScsiGetAddress)");
     EXPECT_EQ(world.controls(get_scsi_address).size(), 2u);
     EXPECT_THAT(world.sleeps(), IsEmpty());
 }
@@ -189,7 +190,8 @@ TEST_F(DriveIdentity, TheNameCanComeFromTheUnitNumber) {
     }
     EXPECT_THAT(world.controls(get_device_number), IsEmpty());
     world.controls_end_with(get_scsi_address, {1117});
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { static_cast<void>(drive.GetDeviceName()); }), "DeviceIoControl(ScsiGetAddress)");
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { static_cast<void>(drive.GetDeviceName()); }),
+              "DeviceIoControl(ScsiGetAddress)");
 }
 
 TEST_F(DriveIdentity, TheLinkIsTheNameThatWasOpened) {
@@ -245,7 +247,7 @@ TEST_F(DriveLinkByAddress, GoesToTheLaterOfTwoDrivesWithOneUnitNumber) {
 TEST_F(DriveLinkByAddress, FailsForANameWithoutTarget) {
     world.system.devices.add_device("\\\\.\\Tape9");
     const CDriveHandle drive("\\\\.\\Tape9");
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { static_cast<void>(drive.GetSymbolicLink()); }),
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { static_cast<void>(drive.GetSymbolicLink()); }),
               system_failure("The parameter is incorrect.",
                              "Problem with adding  to Tape003 with error The parameter is incorrect.", "0x00000057"));
 }
@@ -343,7 +345,7 @@ TEST_F(DriveProduct, FailsWithTheRequest) {
     world.controls_end_with(pass_through, {1167});
     const CDriveHandle drive(drive_link);
     EXPECT_EQ(
-        thrown<exc::win_sys_exc_t>([&] { static_cast<void>(drive.GetProductName()); }),
+        failure_text<exc::win_sys_exc_t>([&] { static_cast<void>(drive.GetProductName()); }),
         system_failure("The device is not connected.",
                        "DeviceIoControl(ScsiPassThrough) in '\\\\.\\Tape0' with error The device is not connected.", "0x0000048f"));
     EXPECT_EQ(world.controls(pass_through).size(), 1u);

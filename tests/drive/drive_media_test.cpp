@@ -80,7 +80,7 @@ TEST_F(DriveMediaSize, AStrictPlatformRefusesTheFirstCallOfAProcess) {
     const auto run = [this] {
         world.system.tape.strict_size(true);
         CDriveHandle drive(drive_link);
-        const std::string first = thrown<exc::win_sys_exc_t>([&] { static_cast<void>(drive.GetMediaParameters()); });
+        const std::string first = failure_text<exc::win_sys_exc_t>([&] { static_cast<void>(drive.GetMediaParameters()); });
         const std::string expected =
             system_failure("More data is available.",
                            "Can not get tape media information with status '234' in changer '\\\\.\\Tape0'", "0x000000ea");
@@ -109,7 +109,7 @@ TEST_F(DriveMedia, AMediaChangeGetsOneSecondTryAtOnce) {
 TEST_F(DriveMedia, ASecondMediaChangeIsAFailure) {
     world.system.tape.queue(kind::media_parameters, {1110, 1110});
     CDriveHandle drive(drive_link);
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { static_cast<void>(drive.GetMediaParameters()); }),
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { static_cast<void>(drive.GetMediaParameters()); }),
               system_failure(changed_text, "Can not get tape media information with status '1110' in changer '\\\\.\\Tape0'",
                              "0x00000456"));
     EXPECT_EQ(world.system.tape.count(kind::media_parameters), 2u);
@@ -154,7 +154,7 @@ TEST_F(DriveMedia, IsFoundAtOnceWhenItIsThere) {
 TEST_F(DriveMedia, IsWaitedForInAnEmptyDrive) {
     world.system.tape.always(kind::media_parameters, 1112);
     CDriveHandle drive(drive_link);
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { static_cast<void>(drive.FindMediaInfo()); }), no_media + media_timed_out);
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { static_cast<void>(drive.FindMediaInfo()); }), no_media + media_timed_out);
     EXPECT_EQ(world.system.tape.count(kind::media_parameters), 7u);
     EXPECT_EQ(world.sleeps(), pauses(7));
 }
@@ -163,7 +163,7 @@ TEST_F(DriveMedia, WithATimeoutOfZeroIsWaitedForOnce) {
     world.set_timeout(0);
     world.system.tape.always(kind::media_parameters, 1112);
     CDriveHandle drive(drive_link);
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { static_cast<void>(drive.FindMediaInfo()); }), no_media + media_timed_out);
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { static_cast<void>(drive.FindMediaInfo()); }), no_media + media_timed_out);
     EXPECT_EQ(world.system.tape.count(kind::media_parameters), 1u);
     EXPECT_EQ(world.sleeps(), pauses(1));
 }
@@ -195,14 +195,15 @@ TEST_F(DriveMedia, ATimeoutCarriesTheLastFailure) {
     world.set_timeout(10);
     world.system.tape.queue(kind::media_parameters, {1112, 1117});
     CDriveHandle drive(drive_link);
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { static_cast<void>(drive.FindMediaInfo()); }),
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { static_cast<void>(drive.FindMediaInfo()); }),
               system_failure("The request could not be performed because of an I/O device error.",
                              "Can not get tape media information with status '1117' in changer '\\\\.\\Tape0'", "0x0000045d") +
                   media_timed_out);
     world.set_timeout(0);
     world.tape.before = [] { throw std::runtime_error("a foreign failure"); };
     CDriveHandle other(drive_link);
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { static_cast<void>(other.FindMediaInfo()); }), "a foreign failure" + media_timed_out);
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { static_cast<void>(other.FindMediaInfo()); }),
+              "a foreign failure" + media_timed_out);
 }
 
 class DriveParameters : public DriveTest {
@@ -272,7 +273,7 @@ TEST_F(DriveParameters, FailAtOnceForOtherStatuses) {
     for (const std::uint32_t status : {1u, 15u, 19u, 21u, 50u, 55u, 1112u, 1167u}) {
         world.system.tape.queue(kind::drive_parameters, {status});
         TapeDriveParameters parameters;
-        EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { drive.GetDriveParameters(parameters); }),
+        EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { drive.GetDriveParameters(parameters); }),
                   TapeErrorText(status) + "\n--tr:DriveHandle failed to get tape drive parameters.");
         EXPECT_EQ(parameters.DefaultBlockSize, 0u);
     }
@@ -280,14 +281,14 @@ TEST_F(DriveParameters, FailAtOnceForOtherStatuses) {
     EXPECT_THAT(world.sleeps(), IsEmpty());
     world.system.tape.queue(kind::drive_parameters, {1111, 21});
     TapeDriveParameters parameters;
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { drive.GetDriveParameters(parameters); }),
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { drive.GetDriveParameters(parameters); }),
               "The device is not ready\n--tr:DriveHandle failed to get tape drive parameters.");
 }
 
 TEST_F(DriveParameters, WrapForeignFailures) {
     world.tape.before = [] { throw std::runtime_error("a foreign failure"); };
     TapeDriveParameters parameters;
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { CDriveHandle(drive_link).GetDriveParameters(parameters); }),
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { CDriveHandle(drive_link).GetDriveParameters(parameters); }),
               "a foreign failure\n--tr:DriveHandle failed to get tape drive parameters.");
 }
 
@@ -353,8 +354,8 @@ TEST_F(DriveAttributes, OfADriveThatRefusesThemAreAFailure) {
     const std::string refusal =
         " [MT]SCSI PASS THROUGH DIRECT ended with Scsi Error Fixed format, current;  Sense key: Illegal "
         "Request. Additional sense: Invalid command operation code";
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { static_cast<void>(drive.IsWormMedium()); }), refusal);
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { static_cast<void>(drive.ReadUsageStatistic()); }), refusal);
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { static_cast<void>(drive.IsWormMedium()); }), refusal);
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { static_cast<void>(drive.ReadUsageStatistic()); }), refusal);
     EXPECT_EQ(world.controls(pass_through_direct).size(), 2u);
 }
 

@@ -58,7 +58,7 @@ TEST_F(MediaRemoval, AMediaChangeGetsOneSecondTryAtOnce) {
 
 TEST_F(MediaRemoval, IsTriedUntilTheDeadline) {
     world.controls_end_with(media_removal, {1117});
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { CDriveHandle(drive_link).StorageMediaRemoval(true); }),
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { CDriveHandle(drive_link).StorageMediaRemoval(true); }),
               failed("with error " + io_device_text) + timed_out);
     EXPECT_EQ(world.controls(media_removal).size(), 7u);
     EXPECT_EQ(world.sleeps(), pauses(7));
@@ -72,7 +72,7 @@ TEST_F(MediaRemoval, WithATimeoutOfZeroWaitsOnce) {
         world.system.devices.forget_requests();
         world.system.clock.forget_sleeps();
         world.controls_end_with(media_removal, {error});
-        EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { drive.StorageMediaRemoval(true); }),
+        EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { drive.StorageMediaRemoval(true); }),
                   failed(exc::with_error_text(error)) + timed_out);
         EXPECT_EQ(world.controls(media_removal).size(), 1u);
         EXPECT_EQ(world.sleeps(), pauses(1));
@@ -89,7 +89,8 @@ TEST_F(MediaRemoval, SucceedsOnALaterTry) {
 TEST_F(MediaRemoval, AFailureWithoutANumberHasNoText) {
     world.set_timeout(0);
     world.controls_end_with(media_removal, {silent_failure});
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { CDriveHandle(drive_link).StorageMediaRemoval(true); }), failed("") + timed_out);
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { CDriveHandle(drive_link).StorageMediaRemoval(true); }),
+              failed("") + timed_out);
 }
 
 class Rewind : public DriveTest {
@@ -134,7 +135,7 @@ TEST_F(Rewind, AMediaChangeGetsOneSecondTryAtOnce) {
 TEST_F(Rewind, IsTriedUntilTheDeadlineWhichIsLookedAtBeforeThePause) {
     world.system.tape.always(kind::set_position, 1117);
     CDriveHandle drive(drive_link);
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { drive.RewindTape(); }), "Tape positioning error: 1117" + timed_out);
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { drive.RewindTape(); }), "Tape positioning error: 1117" + timed_out);
     EXPECT_EQ(drive.last_tape_status(), 1117u);
     EXPECT_EQ(world.system.tape.count(kind::set_position), 8u);
     EXPECT_EQ(world.sleeps(), pauses(7));
@@ -150,7 +151,7 @@ TEST_F(Rewind, WithATimeoutOfZeroWaitsOnce) {
     for (const std::uint32_t status : {1167u, 1112u, 50u, 15u}) {
         world.system.clock.forget_sleeps();
         world.system.tape.always(kind::set_position, status);
-        EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { drive.RewindTape(); }),
+        EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { drive.RewindTape(); }),
                   "Tape positioning error: " + std::to_string(status) + timed_out);
         EXPECT_EQ(world.sleeps(), pauses(1));
     }
@@ -168,9 +169,9 @@ TEST_F(Rewind, SucceedsOnALaterTry) {
 TEST_F(Rewind, FailuresOfOtherKindsAreNotItsToRetry) {
     world.tape.before = [] { throw std::runtime_error("a foreign failure"); };
     CDriveHandle drive(drive_link);
-    EXPECT_EQ(thrown<std::runtime_error>([&] { drive.RewindTape(); }), "a foreign failure");
+    EXPECT_EQ(failure_text<std::runtime_error>([&] { drive.RewindTape(); }), "a foreign failure");
     world.tape.before = [] { throw exc::win_sys_exc_t(5); };
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { drive.RewindTape(); }), "Access is denied.\n--tr:Error code: 0x00000005");
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { drive.RewindTape(); }), "Access is denied.\n--tr:Error code: 0x00000005");
     EXPECT_THAT(world.sleeps(), IsEmpty());
 }
 
@@ -224,7 +225,7 @@ TEST_F(Erase, EndsWithAFailedRewind) {
     world.set_timeout(0);
     world.system.tape.always(kind::set_position, 1112);
     CDriveHandle drive(drive_link);
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { drive.EraseTape(platform::TAPE_ERASE_SHORT); }),
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { drive.EraseTape(platform::TAPE_ERASE_SHORT); }),
               "Tape positioning error: 1112\n--tr:Timed out waiting for setPosition symLink = \\\\.\\Tape0'");
     EXPECT_EQ(drive.last_tape_status(), 1112u);
     EXPECT_EQ(world.system.tape.count(kind::erase), 0u);
@@ -257,7 +258,7 @@ TEST_F(Erase, ASecondFailureCountsByItsOwnStatus) {
 TEST_F(Erase, IsTriedUntilTheDeadlineWithoutRewindingAgain) {
     world.system.tape.always(kind::erase, 1117);
     CDriveHandle drive(drive_link);
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { drive.EraseTape(platform::TAPE_ERASE_LONG); }), io_failure);
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { drive.EraseTape(platform::TAPE_ERASE_LONG); }), io_failure);
     EXPECT_EQ(drive.last_tape_status(), 1117u);
     EXPECT_EQ(world.system.tape.count(kind::set_position), 1u);
     EXPECT_EQ(world.system.tape.count(kind::erase), 8u);
@@ -268,7 +269,7 @@ TEST_F(Erase, ATimeoutThrowsTheLastFailureAsItIs) {
     world.set_timeout(0);
     world.system.tape.always(kind::erase, 1117);
     CDriveHandle drive(drive_link);
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { drive.EraseTape(platform::TAPE_ERASE_LONG); }), io_failure);
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { drive.EraseTape(platform::TAPE_ERASE_LONG); }), io_failure);
     EXPECT_EQ(world.sleeps(), pauses(1));
     std::vector<std::string> expected = {"tap| Beginning tape erasing.", failed_line(1117)};
     expected.insert(expected.end(), io_failure_lines.begin(), io_failure_lines.end());
@@ -292,7 +293,7 @@ TEST_F(Erase, TheRewindsTimeCountsTowardsTheDeadline) {
     world.system.tape.queue(kind::erase, {1117, 1117});
     CDriveHandle drive(drive_link);
     // The rewind used the ten seconds up: the first failure of the erase is at the deadline, the second one past it.
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { drive.EraseTape(platform::TAPE_ERASE_SHORT); }), io_failure);
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { drive.EraseTape(platform::TAPE_ERASE_SHORT); }), io_failure);
     EXPECT_EQ(world.system.tape.count(kind::erase), 2u);
     EXPECT_EQ(world.sleeps(), pauses(2));
 }
@@ -304,7 +305,7 @@ TEST_F(Erase, ALongOneIsNotCutShort) {
     EXPECT_EQ(drive.last_tape_status(), 0u);
     // One that fails after hours is not tried again.
     world.system.tape.queue(kind::erase, {1117});
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { drive.EraseTape(platform::TAPE_ERASE_LONG); }), io_failure);
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { drive.EraseTape(platform::TAPE_ERASE_LONG); }), io_failure);
     EXPECT_THAT(world.sleeps(), IsEmpty());
 }
 
@@ -317,7 +318,7 @@ TEST_F(Erase, ForeignFailuresAreRetriedAndWrapped) {
         }
     };
     CDriveHandle drive(drive_link);
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { drive.EraseTape(platform::TAPE_ERASE_SHORT); }),
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { drive.EraseTape(platform::TAPE_ERASE_SHORT); }),
               "a foreign failure\n--tr:" + timed_out);
     EXPECT_EQ(world.sleeps(), pauses(1));
 
@@ -368,7 +369,7 @@ TEST_F(Prepare, AHardErrorIsNotRetried) {
     CDriveHandle drive(drive_link);
     for (const std::uint32_t status : {5u, 1u, 6u, 19u, 21u, 50u, 55u, 87u, 1100u, 1117u, 1167u}) {
         world.system.tape.queue(kind::prepare, {status});
-        EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { drive.PrepareTape(platform::TAPE_LOAD, false); }),
+        EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { drive.PrepareTape(platform::TAPE_LOAD, false); }),
                   failure(status, "0", "FALSE"));
     }
     EXPECT_EQ(world.system.tape.count(kind::prepare), 11u);
@@ -384,7 +385,7 @@ TEST_F(Prepare, WaitsForADriveThatWasResetOrIsNoDriveAnyMore) {
     }
     world.system.clock.forget_sleeps();
     world.system.tape.always(kind::prepare, 1111);
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { CDriveHandle(drive_link).PrepareTape(platform::TAPE_FORMAT, true); }),
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { CDriveHandle(drive_link).PrepareTape(platform::TAPE_FORMAT, true); }),
               failure(1111, "5", "TRUE"));
     EXPECT_EQ(world.sleeps(), pauses(7));
     EXPECT_EQ(world.system.tape.count(kind::prepare), 13u);
@@ -393,7 +394,7 @@ TEST_F(Prepare, WaitsForADriveThatWasResetOrIsNoDriveAnyMore) {
 TEST_F(Prepare, WithATimeoutOfZeroWaitsOnce) {
     world.set_timeout(0);
     world.system.tape.always(kind::prepare, 15);
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { CDriveHandle(drive_link).PrepareTape(platform::TAPE_LOAD, false); }),
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { CDriveHandle(drive_link).PrepareTape(platform::TAPE_LOAD, false); }),
               failure(15, "0", "FALSE"));
     EXPECT_EQ(world.sleeps(), pauses(1));
     EXPECT_EQ(world.system.tape.count(kind::prepare), 1u);
@@ -402,7 +403,7 @@ TEST_F(Prepare, WithATimeoutOfZeroWaitsOnce) {
 TEST_F(Prepare, SpinsAfterAMediaChangeUntilTheDeadline) {
     world.tape.before = [this] { world.system.clock.advance(1000); };
     world.system.tape.always(kind::prepare, 1110);
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { CDriveHandle(drive_link).PrepareTape(platform::TAPE_LOAD, false); }),
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { CDriveHandle(drive_link).PrepareTape(platform::TAPE_LOAD, false); }),
               failure(1110, "0", "FALSE"));
     EXPECT_EQ(world.system.tape.count(kind::prepare), 61u);
     EXPECT_THAT(world.sleeps(), IsEmpty());
@@ -427,7 +428,7 @@ TEST_F(Prepare, AForeignFailureIsJudgedByTheStatusBeforeIt) {
     EXPECT_EQ(world.sleeps(), pauses(2));
 
     world.tape.before = [] { throw std::runtime_error("a foreign failure"); };
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { CDriveHandle(drive_link).PrepareTape(platform::TAPE_LOAD, false); }),
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { CDriveHandle(drive_link).PrepareTape(platform::TAPE_LOAD, false); }),
               "a foreign failure\n--tr:Timed out waiting for device ready status on Prepare operation, symLink = '\\\\.\\Tape0', "
               "operation='0', immediately='FALSE' with status='0'");
 }

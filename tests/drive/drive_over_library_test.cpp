@@ -10,13 +10,14 @@
 #include "platform/testing/fakes.h"
 #include "platform/virtual_library/create_library.h"
 #include "platform/virtual_library/virtual_library.h"
+#include "support/failure_text.h"
 #include "support/tape_variables_scope.h"
 
 namespace {
 
 using drive_tests::pauses;
 using drive_tests::system_failure;
-using drive_tests::thrown;
+using test_support::failure_text;
 using ::testing::IsEmpty;
 namespace device_stack = platform::device_stack;
 namespace tape_library = platform::tape_library;
@@ -145,7 +146,7 @@ TEST_F(DriveOverLibrary, FindsItsMedium) {
 TEST_F(DriveOverLibrary, WaitsForAMediumThatDoesNotCome) {
     CDriveHandle drive(empty);
     drive.PrepareTape(platform::TAPE_UNLOAD, true);
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { static_cast<void>(drive.FindMediaInfo()); }),
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { static_cast<void>(drive.FindMediaInfo()); }),
               system_failure("No media in drive.", "No media in drive in '\\\\.\\Tape3'", "0x00000458") +
                   "\n--tr:Timed out waiting for device ready status on FindMediaInfo operation, symLink = \\\\.\\Tape3");
     EXPECT_EQ(system_.clock.sleeps(), pauses(7));
@@ -178,8 +179,8 @@ TEST_F(DriveOverLibrary, HasNoMemoryToReadWithoutACartridge) {
     const std::string refusal =
         " [MT]SCSI PASS THROUGH DIRECT ended with Scsi Error Fixed format, current;  Sense key: Not Ready. "
         "Additional sense: Medium not present";
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { static_cast<void>(drive.IsWormMedium()); }), refusal);
-    EXPECT_EQ(thrown<exc::runtime_exc_t>([&] { static_cast<void>(drive.ReadUsageStatistic()); }), refusal);
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { static_cast<void>(drive.IsWormMedium()); }), refusal);
+    EXPECT_EQ(failure_text<exc::runtime_exc_t>([&] { static_cast<void>(drive.ReadUsageStatistic()); }), refusal);
 }
 
 TEST_F(DriveOverLibrary, TellsItsBlockSizesWithoutACartridge) {
@@ -201,7 +202,7 @@ TEST_F(DriveOverLibrary, ErasesACartridge) {
 TEST_F(DriveOverLibrary, DoesNotEraseAProtectedCartridge) {
     set_timeout(0);
     const auto drive = loaded(write_protected);
-    EXPECT_EQ(thrown<exc::win_sys_exc_t>([&] { drive->EraseTape(platform::TAPE_ERASE_SHORT); }),
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { drive->EraseTape(platform::TAPE_ERASE_SHORT); }),
               system_failure("The media is write protected.", "19", "0x00000013"));
     EXPECT_EQ(drive->last_tape_status(), 19u);
     EXPECT_EQ(system_.clock.sleeps(), pauses(1));

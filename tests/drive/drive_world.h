@@ -8,6 +8,7 @@
 
 #include "changer/changer_world.h"
 #include "drive/drive_handle.h"
+#include "support/failure_text.h"
 #include "support/tape_variables_scope.h"
 
 /// What the drive tests share: fakes with one drive, and tape functions that can do more than answer.
@@ -17,7 +18,8 @@ using changer_tests::bytes;
 using changer_tests::device_answer;
 using changer_tests::device_request;
 using changer_tests::silent_failure;
-using changer_tests::thrown;
+using test_support::failure_of;
+using test_support::failure_text;
 using kind = platform::testing::tape_request::kind;
 
 inline const std::string drive_link = "\\\\.\\Tape0";

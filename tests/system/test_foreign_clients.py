@@ -429,6 +429,12 @@ class ForeignClients(unittest.TestCase):
     def test_names_beyond_ascii(self):
         for user in ("Bjørn Ångström", "BJØRN ÅNGSTRÖM", "bjørn ångström"):
             self.ntlm_serves(user=user, domain="Überall", workstation="Кабинет")
+        for name in ("tape\U0001F600", "оператор", "Ελλάδα", "x" * 104):
+            password = "Pässwörd \U0001F600 " + name
+            self.server.add_account(name, administrator=True, password=password)
+            for user in (name, name.upper(), name.lower()):
+                with self.subTest(user):
+                    self.ntlm_serves(PRIVACY, user=user, password=password, domain="D" * 200)
 
     def test_kinds_of_negotiate(self):
         kinds = {

@@ -25,7 +25,7 @@ constexpr std::int64_t longest_pause = 10'000;
 constexpr int most_busy_answers = 10;
 
 scsi_outcome send_erase(scsi_transport& transport, std::uint8_t flags) {
-    return send_without_data(transport, {opcode::erase, static_cast<std::uint8_t>(whole_tape | flags), 0, 0, 0, 0},
+    return send_without_data(transport, {opcode::erase_6, static_cast<std::uint8_t>(whole_tape | flags), 0, 0, 0, 0},
                              long_erase::longest_seconds);
 }
 

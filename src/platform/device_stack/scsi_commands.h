@@ -6,32 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "platform/device_stack/scsi_codes.h"
 #include "platform/device_stack/scsi_transport.h"
 
 namespace platform::device_stack {
 
 /// The commands that the drivers send on their own account. Numbers in the blocks are big-endian.
-
-namespace opcode {
-inline constexpr std::uint8_t test_unit_ready = 0x00;
-inline constexpr std::uint8_t rewind = 0x01;
-inline constexpr std::uint8_t request_sense = 0x03;
-inline constexpr std::uint8_t format_medium = 0x04;
-inline constexpr std::uint8_t read_block_limits = 0x05;
-inline constexpr std::uint8_t initialize_element_status = 0x07;
-inline constexpr std::uint8_t inquiry = 0x12;
-inline constexpr std::uint8_t erase = 0x19;
-inline constexpr std::uint8_t mode_sense_6 = 0x1A;
-inline constexpr std::uint8_t load_unload = 0x1B;
-inline constexpr std::uint8_t prevent_allow_medium_removal = 0x1E;
-inline constexpr std::uint8_t initialize_element_status_with_range = 0x37;
-inline constexpr std::uint8_t log_sense = 0x4D;
-inline constexpr std::uint8_t read_attribute = 0x8C;
-inline constexpr std::uint8_t report_luns = 0xA0;
-inline constexpr std::uint8_t move_medium = 0xA5;
-inline constexpr std::uint8_t exchange_medium = 0xA6;
-inline constexpr std::uint8_t read_element_status = 0xB8;
-}  // namespace opcode
 
 namespace vital_product_page {
 inline constexpr std::uint8_t unit_serial_number = 0x80;

@@ -4,19 +4,10 @@
 #include <optional>
 #include <span>
 
+#include "platform/device_stack/scsi_codes.h"
 #include "platform/device_stack/scsi_transport.h"
 
 namespace platform::device_stack {
-
-/// SCSI status codes (SAM-5 clause 5.3).
-namespace scsi_status {
-inline constexpr std::uint8_t good = 0x00;
-inline constexpr std::uint8_t check_condition = 0x02;
-inline constexpr std::uint8_t condition_met = 0x04;
-inline constexpr std::uint8_t busy = 0x08;
-inline constexpr std::uint8_t reservation_conflict = 0x18;
-inline constexpr std::uint8_t task_set_full = 0x28;
-}  // namespace scsi_status
 
 namespace sense_key {
 inline constexpr std::uint8_t no_sense = 0x0;

@@ -251,7 +251,7 @@ std::uint32_t tape_class::erase(std::uint32_t type, bool immediate) {
     }
     const auto flags =
         static_cast<std::uint8_t>((type == TAPE_ERASE_LONG ? erase_whole_tape : 0) | (immediate ? erase_answer_at_start : 0));
-    return tape_error_of(send_without_data(transport(), {opcode::erase, flags, 0, 0, 0, 0},
+    return tape_error_of(send_without_data(transport(), {opcode::erase_6, flags, 0, 0, 0, 0},
                                            type == TAPE_ERASE_LONG ? long_erase::longest_seconds : short_erase_seconds));
 }
 

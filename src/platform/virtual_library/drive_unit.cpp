@@ -50,27 +50,28 @@ const command_table<drive_unit>& drive_unit::commands() {
     constexpr command_traits unreserved{.ignores_reservation = true, .while_occupied = true};
     constexpr command_traits unreserved_10{.length = 10, .ignores_reservation = true, .while_occupied = true};
     constexpr command_traits luns{.length = 12, .ignores_attention = true, .ignores_reservation = true, .while_occupied = true};
-    static const command_table<drive_unit> table(&self::refuse, {
-                                                                    {opcode::test_unit_ready, &self::test_unit_ready, {}},
-                                                                    {opcode::rewind, &self::rewind, {}},
-                                                                    {opcode::request_sense, &self::request_sense, always},
-                                                                    {opcode::format_medium, &self::format_medium, {}},
-                                                                    {opcode::read_block_limits, &self::read_block_limits, report},
-                                                                    {opcode::inquiry, &self::inquiry, always},
-                                                                    {opcode::reserve_6, &self::reserve, report},
-                                                                    {opcode::release_6, &self::release, unreserved},
-                                                                    {opcode::erase_6, &self::erase, {}},
-                                                                    {opcode::mode_sense_6, &self::mode_sense_6, report},
-                                                                    {opcode::load_unload, &self::load_unload, {}},
-                                                                    {opcode::prevent_allow, &self::prevent_allow, report},
-                                                                    {opcode::read_position, &self::read_position, {.length = 10}},
-                                                                    {opcode::log_sense, &self::log_sense, unreserved_10},
-                                                                    {opcode::reserve_10, &self::reserve, report_10},
-                                                                    {opcode::release_10, &self::release, unreserved_10},
-                                                                    {opcode::mode_sense_10, &self::mode_sense_10, report_10},
-                                                                    {opcode::read_attribute, &self::read_attribute, {.length = 16}},
-                                                                    {opcode::report_luns, &self::report_luns, luns},
-                                                                });
+    static const command_table<drive_unit> table(&self::refuse,
+                                                 {
+                                                     {opcode::test_unit_ready, &self::test_unit_ready, {}},
+                                                     {opcode::rewind, &self::rewind, {}},
+                                                     {opcode::request_sense, &self::request_sense, always},
+                                                     {opcode::format_medium, &self::format_medium, {}},
+                                                     {opcode::read_block_limits, &self::read_block_limits, report},
+                                                     {opcode::inquiry, &self::inquiry, always},
+                                                     {opcode::reserve_6, &self::reserve, report},
+                                                     {opcode::release_6, &self::release, unreserved},
+                                                     {opcode::erase_6, &self::erase, {}},
+                                                     {opcode::mode_sense_6, &self::mode_sense, report},
+                                                     {opcode::load_unload, &self::load_unload, {}},
+                                                     {opcode::prevent_allow_medium_removal, &self::prevent_allow, report},
+                                                     {opcode::read_position, &self::read_position, {.length = 10}},
+                                                     {opcode::log_sense, &self::log_sense, unreserved_10},
+                                                     {opcode::reserve_10, &self::reserve, report_10},
+                                                     {opcode::release_10, &self::release, unreserved_10},
+                                                     {opcode::mode_sense_10, &self::mode_sense, report_10},
+                                                     {opcode::read_attribute, &self::read_attribute, {.length = 16}},
+                                                     {opcode::report_luns, &self::report_luns, luns},
+                                                 });
     return table;
 }
 

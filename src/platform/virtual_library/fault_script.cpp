@@ -6,18 +6,20 @@
 #include "foundation/text/conversion.h"
 #include "foundation/util/bytes.h"
 #include "platform/clock.h"
+#include "platform/device_stack/scsi_codes.h"
 #include "platform/system.h"
 #include "platform/virtual_library/disk.h"
-#include "platform/virtual_library/scsi_opcodes.h"
 
 namespace platform::tape_library {
 
 namespace {
 
+namespace opcode = device_stack::opcode;
+
 constexpr std::array<std::uint8_t, 3> discovery_opcodes{opcode::inquiry, opcode::request_sense, opcode::report_luns};
 
 const std::vector<std::uint8_t> robot_opcodes{opcode::move_medium, opcode::exchange_medium, opcode::position_to_element,
-                                              opcode::initialize_element_status, opcode::initialize_element_status_range};
+                                              opcode::initialize_element_status, opcode::initialize_element_status_with_range};
 
 const std::vector<std::uint8_t> medium_opcodes{opcode::test_unit_ready, opcode::rewind,        opcode::format_medium,
                                                opcode::erase_6,         opcode::read_position, opcode::read_attribute};

@@ -121,7 +121,8 @@ std::optional<byte_vector> logical_unit::collect_mode_pages(std::uint8_t control
     return found ? std::optional<byte_vector>(std::move(collected)) : std::nullopt;
 }
 
-command_result logical_unit::mode_sense_6(command_request& request) {
+/// MODE SENSE(6) and MODE SENSE(10): the same answer behind headers of two sizes.
+command_result logical_unit::mode_sense(command_request& request) {
     const std::uint8_t control = request.cdb[2] >> 6;
     if (control == 3) {
         return command_result::check(sense::saving_not_supported);
@@ -132,29 +133,19 @@ command_result logical_unit::mode_sense_6(command_request& request) {
     }
     const bool without_blocks = (request.cdb[1] & 0x08) != 0;
     const byte_vector blocks = without_blocks ? byte_vector{} : block_descriptor();
-    byte_vector reply{0, medium_type(), device_specific(), static_cast<std::uint8_t>(blocks.size())};
+    const auto blocks_size = static_cast<std::uint8_t>(blocks.size());
+    const bool long_form = request.cdb[0] == opcode::mode_sense_10;
+    byte_vector reply = long_form ? byte_vector{0, 0, medium_type(), device_specific(), 0, 0, 0, blocks_size}
+                                  : byte_vector{0, medium_type(), device_specific(), blocks_size};
     reply.insert(reply.end(), blocks.begin(), blocks.end());
     reply.insert(reply.end(), pages->begin(), pages->end());
+    // The length tells the bytes behind it.
+    if (long_form) {
+        util::store_be16(reply, 0, static_cast<std::uint16_t>(reply.size() - 2));
+        return command_result::with_data(std::move(reply), util::load_be16(request.cdb, 7));
+    }
     reply[0] = static_cast<std::uint8_t>(reply.size() - 1);
     return command_result::with_data(std::move(reply), request.cdb[4]);
-}
-
-command_result logical_unit::mode_sense_10(command_request& request) {
-    const std::uint8_t control = request.cdb[2] >> 6;
-    if (control == 3) {
-        return command_result::check(sense::saving_not_supported);
-    }
-    const std::optional<byte_vector> pages = collect_mode_pages(control, request.cdb[2] & 0x3F, request.cdb[3]);
-    if (!pages) {
-        return command_result::check(sense::invalid_field);
-    }
-    const bool without_blocks = (request.cdb[1] & 0x08) != 0;
-    const byte_vector blocks = without_blocks ? byte_vector{} : block_descriptor();
-    byte_vector reply{0, 0, medium_type(), device_specific(), 0, 0, 0, static_cast<std::uint8_t>(blocks.size())};
-    reply.insert(reply.end(), blocks.begin(), blocks.end());
-    reply.insert(reply.end(), pages->begin(), pages->end());
-    util::store_be16(reply, 0, static_cast<std::uint16_t>(reply.size() - 2));
-    return command_result::with_data(std::move(reply), util::load_be16(request.cdb, 7));
 }
 
 command_result logical_unit::prevent_allow(command_request& request) {

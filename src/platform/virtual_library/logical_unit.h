@@ -11,12 +11,15 @@
 #include <string>
 #include <vector>
 
+#include "platform/device_stack/scsi_codes.h"
 #include "platform/device_stack/scsi_transport.h"
 #include "platform/virtual_library/library_core.h"
-#include "platform/virtual_library/scsi_opcodes.h"
 #include "platform/virtual_library/sense.h"
 
 namespace platform::tape_library {
+
+namespace opcode = device_stack::opcode;
+namespace scsi_status = device_stack::scsi_status;
 
 using byte_vector = std::vector<std::uint8_t>;
 
@@ -180,8 +183,7 @@ protected:
     command_result refuse(command_request&) { return command_result::check(sense::invalid_opcode); }
     command_result inquiry(command_request& request);
     command_result request_sense(command_request& request);
-    command_result mode_sense_6(command_request& request);
-    command_result mode_sense_10(command_request& request);
+    command_result mode_sense(command_request& request);
     command_result log_sense(command_request& request);
     command_result prevent_allow(command_request& request);
     command_result reserve(command_request& request);

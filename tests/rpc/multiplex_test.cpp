@@ -1,10 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "platform/linux/rpc/request_assembly.h"
 #include "platform/linux/rpc/session.h"
 #include "rpc/support/raw_pdu.h"
 #include "rpc/support/test_server.h"
@@ -320,6 +322,80 @@ TEST_F(MultiplexedSessionTest, TheEndGivesAllRoomBack) {
     EXPECT_EQ(core.pending_request_bytes, 1100U);
     tested.reset();
     EXPECT_EQ(core.pending_request_bytes, 0U);
+}
+
+TEST_F(MultiplexedSessionTest, LongOnesCountInSteps) {
+    constexpr std::size_t step = 65536;
+    core.limits.unauthenticated_request_bytes = 1'000'000;
+    const auto more = [this](std::uint32_t call_id, std::size_t size, unsigned flags) {
+        while (size > 0) {
+            const std::size_t part = std::min<std::size_t>(size, 4096);
+            EXPECT_FALSE(feed(request(0, bytes(part), call_id, flags)).close);
+            flags = 0;
+            size -= part;
+        }
+    };
+    more(5, step, 1);
+    EXPECT_EQ(core.pending_request_bytes, step);
+    more(5, 1, 0);
+    EXPECT_EQ(core.pending_request_bytes, 2 * step);
+    more(5, step - 1, 0);
+    EXPECT_EQ(core.pending_request_bytes, 2 * step);
+    more(6, 10, 1);
+    EXPECT_EQ(core.pending_request_bytes, 2 * step + 10);
+    more(5, 1, 0);
+    EXPECT_EQ(core.pending_request_bytes, 3 * step + 10);
+    const session_step whole_one = feed(request(0, bytes(1), 5, 2));
+    ASSERT_TRUE(whole_one.call);
+    EXPECT_EQ(whole_one.call->stub.size(), 2 * step + 2);
+    EXPECT_EQ(core.pending_request_bytes, 10U);
+    more(7, step + 1, 1);
+    tested.reset();
+    EXPECT_EQ(core.pending_request_bytes, 0U);
+}
+
+TEST_F(MultiplexedSessionTest, AStepTooManyIsRefused) {
+    constexpr std::size_t step = 65536;
+    core.limits.unauthenticated_request_bytes = 1'000'000;
+    core.limits.pending_request_bytes = 2 * step - 1;
+    for (std::size_t sent = 0; sent < step; sent += 4096) {
+        EXPECT_FALSE(feed(request(0, bytes(4096), 5, sent == 0 ? 1 : 0)).close);
+    }
+    const session_step refused = feed(request(0, bytes(1), 5, 0));
+    EXPECT_EQ(fault_of(refused.answer), 0x1C00001BU);
+    EXPECT_TRUE(refused.close);
+}
+
+TEST(StubMemory, AnAnnouncementCountsOnceAPartOfItIsThere) {
+    constexpr std::size_t kib = 1024;
+    EXPECT_EQ(stub_memory(1, 0), 2U) << "nothing announced";
+    EXPECT_EQ(stub_memory(6 * kib, 5 * kib), 12 * kib) << "more came than was announced";
+    EXPECT_EQ(stub_memory(5 * kib, 64 * kib), 64 * kib);
+    EXPECT_EQ(stub_memory(5 * kib, 2048 * kib), 64 * kib);
+    EXPECT_EQ(stub_memory(64 * kib, 2048 * kib), 2048 * kib);
+    EXPECT_EQ(stub_memory(65 * kib, 8192 * kib), 256 * kib) << "a part of 32";
+    EXPECT_EQ(stub_memory(1, 0xFFFFFFFF), 64 * kib) << "whoever announces all there is";
+    EXPECT_EQ(stub_memory(100 * kib, 0xFFFFFFFF), 400 * kib);
+}
+
+/// Fragments of a long request come, each time there is no room for one more the memory grows.
+TEST(StubMemory, WhatIsMovedStaysBelowATenth) {
+    constexpr std::size_t fragment = 5816;
+    for (const std::size_t announced : {2'097'200U, 6'000'001U, 20'000'000U, 64'000'000U}) {
+        std::size_t room = 0;
+        std::size_t moved = 0;
+        for (std::size_t here = 0; here < announced; here = std::min(here + fragment, announced)) {
+            const std::size_t needed = std::min(here + fragment, announced);
+            if (needed > room) {
+                moved += here;
+                room = stub_memory(needed, announced);
+                EXPECT_GE(room, needed);
+                EXPECT_LE(room, std::max<std::size_t>(65536, 33 * needed));
+            }
+        }
+        EXPECT_LT(moved, announced / 10) << announced;
+        EXPECT_EQ(room, announced);
+    }
 }
 
 TEST_F(MultiplexedSessionTest, EachCallHasItsOwnWordOnItsCaller) {

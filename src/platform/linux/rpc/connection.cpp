@@ -45,6 +45,33 @@ private:
     outgoing answer_;
 };
 
+/// Counts PDUs. Fragments of a long request are counted together: a locked instruction for each would wait until it is copied.
+class arrivals {
+public:
+    explicit arrivals(busy_counter& counter) : counter_(counter) {}
+    ~arrivals() { tell(); }
+    arrivals(const arrivals&) = delete;
+    arrivals& operator=(const arrivals&) = delete;
+
+    /// `last`: nothing more belongs to it, and the count is told before it has consequences.
+    void add(bool last) {
+        ++count_;
+        if (last) {
+            tell();
+        }
+    }
+
+private:
+    void tell() {
+        if (count_ != 0) {
+            counter_.add(std::exchange(count_, 0));
+        }
+    }
+
+    busy_counter& counter_;
+    std::uint32_t count_ = 0;
+};
+
 void set_option(int socket, int level, int name, int value) {
     // A socket that doesn't know the option works without it.
     (void)setsockopt(socket, level, name, &value, sizeof(value));
@@ -251,6 +278,7 @@ void connection::consume(std::span<std::uint8_t> data) {
     if (calls_.empty() && session_.established()) {
         settled_ = loop_.events.now();  // what comes now may begin another authentication, which has the time to bind again
     }
+    arrivals taken(loop_.core.counters.pdus_in);
     while (!closed_ && !writing_ && !close_after_write_) {
         const auto header = decode_header(data);
         if (!header) {
@@ -278,7 +306,9 @@ void connection::consume(std::span<std::uint8_t> data) {
         const std::span<std::uint8_t> pdu = data.first(header->fragment_length);
         data = data.subspan(pdu.size());
         if (!heard) {
-            perform(session_.take_lending(*header, pdu));
+            session_step step = session_.take_lending(*header, pdu);
+            taken.add(!session_.request_incomplete());
+            perform(std::move(step));
         }
     }
     if (closed_ || lingering_) {

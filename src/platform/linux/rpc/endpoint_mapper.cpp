@@ -16,6 +16,8 @@ constexpr std::uint32_t not_registered = 0x16C9A0D6;
 constexpr std::uint32_t cannot_perform = 0x16C9A0CD;
 constexpr std::size_t longest_annotation = 63;
 constexpr std::size_t floor_count = 5;
+/// Room for the answer about an interface with one endpoint.
+constexpr std::size_t usual_answer = 256;
 
 /// First byte of a floor's left side: what the floor is about.
 constexpr std::uint8_t floor_uuid = 0x0D;
@@ -125,6 +127,7 @@ rpc_interface endpoint_mapper::description() {
 std::uint32_t endpoint_mapper::dispatch(const rpc_request& request, rpc_reply& reply) {
     wire_reader in(request.stub, request.little_endian);
     std::vector<std::uint8_t> stub;
+    stub.reserve(usual_answer);
     wire_writer out(stub);
     std::uint32_t status = rpc_status::ok;
     switch (request.operation) {

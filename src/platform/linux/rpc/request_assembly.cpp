@@ -7,13 +7,37 @@ namespace platform::linux_rpc {
 
 namespace {
 
-/// A request gets memory for what its client announces, but for no more than so many times what has come.
-constexpr std::size_t trusted_factor = 8;
+/// A request gets memory for all that its client announces when one part of so many has come. It is address space: the system
+/// gives pages for what is written there.
+constexpr std::size_t trusted_factor = 32;
+/// Until then what it gets grows so much faster than what comes; the first piece is worth a move.
+constexpr std::size_t growth = 4;
+constexpr std::size_t first_piece = std::size_t{64} * 1024;
+
+/// The stub data of a long request is counted by so many bytes at a time: all network threads share the one count.
+constexpr std::size_t counted_at_once = std::size_t{64} * 1024;
+
+/// What so many stub bytes count for, never less than they are.
+constexpr std::size_t counted(std::size_t bytes) {
+    return bytes <= counted_at_once ? bytes : (bytes + counted_at_once - 1) / counted_at_once * counted_at_once;
+}
 
 }  // namespace
 
+std::size_t stub_memory(std::size_t arrived, std::size_t announced) {
+    if (announced < arrived) {
+        return 2 * arrived;
+    }
+    if (announced <= first_piece || announced / trusted_factor <= arrived) {
+        return announced;
+    }
+    return std::min(std::max(first_piece, growth * arrived), std::max(first_piece, announced / trusted_factor));
+}
+
 request_assembly::~request_assembly() {
-    core_.pending_request_bytes.fetch_sub(held_bytes(), std::memory_order_relaxed);
+    for (const request& held : requests_) {
+        core_.pending_request_bytes.fetch_sub(counted(held.call->stub.size()), std::memory_order_relaxed);
+    }
 }
 
 std::size_t request_assembly::held_bytes() const {
@@ -39,19 +63,21 @@ request_assembly::request& request_assembly::begin(request begun) {
 
 bool request_assembly::append(request& to, std::span<const std::uint8_t> stub) {
     std::vector<std::uint8_t>& kept = to.call->stub;
-    const std::size_t needed = kept.size() + stub.size();
+    const std::size_t before = kept.size();
+    const std::size_t needed = before + stub.size();
     if (needed > kept.capacity()) {
-        kept.reserve(to.stub_hint >= needed ? std::min(to.stub_hint, trusted_factor * needed) : 2 * needed);
+        kept.reserve(stub_memory(needed, to.stub_hint));
     }
     kept.insert(kept.end(), stub.begin(), stub.end());
-    const std::size_t pending = core_.pending_request_bytes.fetch_add(stub.size(), std::memory_order_relaxed) + stub.size();
-    return pending <= core_.limits.pending_request_bytes;
+    const std::size_t more = counted(needed) - counted(before);
+    return more == 0 ||
+           core_.pending_request_bytes.fetch_add(more, std::memory_order_relaxed) + more <= core_.limits.pending_request_bytes;
 }
 
 std::unique_ptr<rpc_call> request_assembly::finish(request& whole) {
     std::unique_ptr<rpc_call> call = std::move(whole.call);
     if (!call->stub.empty()) {
-        core_.pending_request_bytes.fetch_sub(call->stub.size(), std::memory_order_relaxed);
+        core_.pending_request_bytes.fetch_sub(counted(call->stub.size()), std::memory_order_relaxed);
     }
     requests_.erase(requests_.begin() + (&whole - requests_.data()));
     return call;

@@ -12,8 +12,13 @@
 
 namespace platform::linux_rpc {
 
+/// Bytes of memory for a request of which so many stub bytes have come, at least as many: those that its client announced, once one
+/// of 32 is there, or more than has come by a bounded factor. What is moved while it grows stays below a tenth of a
+/// long request that announced its length.
+[[nodiscard]] std::size_t stub_memory(std::size_t arrived, std::size_t announced);
+
 /// The requests of one connection that fragments are still to come of: one at most, unless the client may multiplex. Their stub
-/// data counts against what all connections together may leave incomplete.
+/// data counts against what all connections together may leave incomplete; that of a long one in steps of 64 KiB, rounded up.
 class request_assembly {
 public:
     explicit request_assembly(server_core& core) : core_(core) {}

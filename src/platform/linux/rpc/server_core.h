@@ -87,9 +87,10 @@ struct server_core {
     association_groups groups;
     security_offer security;
     traffic_counters counters;
-    std::atomic<std::size_t> pending_request_bytes{0};
     std::atomic<bool> listening{false};
-    std::string secondary_address;  ///< decimal TCP port, as bind_ack tells it
+    /// Written all the time, unlike what stands around it.
+    alignas(64) std::atomic<std::size_t> pending_request_bytes{0};
+    alignas(64) std::string secondary_address;  ///< decimal TCP port, as bind_ack tells it
     event_sink on_event;
 
     void report(const std::string& sentence) const {

@@ -80,7 +80,6 @@ session_step session::take(const pdu_header& header, std::span<std::uint8_t> pdu
 }
 
 session_step session::take_lending(const pdu_header& header, std::span<std::uint8_t> pdu) {
-    core_.counters.pdus_in.add(1);
     switch (header.type) {
         case pdu_type::bind:
             return take_bind(header, pdu);

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <future>
 #include <iterator>
+#include <mutex>
 #include <thread>
 
 #include "device_stack/tgt_library.h"
@@ -50,7 +51,11 @@ protected:
         iscsi_source_options options;
         options.entries = parse_iscsi_setting(setting);
         options.initiator = "iqn.2015-06.local.tarno:test";
-        options.report = [this](const std::string& message) { reports.push_back(message); };
+        // The threads of a look report at the same time.
+        options.report = [this](const std::string& message) {
+            const std::lock_guard lock(reports_mutex);
+            reports.push_back(message);
+        };
         source = std::make_shared<iscsi_source>(std::move(options));
         return *source;
     }
@@ -77,6 +82,7 @@ protected:
 
     std::unique_ptr<tgt_library> library;
     std::shared_ptr<iscsi_source> source;
+    std::mutex reports_mutex;
     std::vector<std::string> reports;
     std::string identity;
     std::uint32_t failure = 0;

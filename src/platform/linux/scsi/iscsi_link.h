@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -26,16 +27,23 @@ public:
     [[nodiscard]] std::string last_failure() const;
 
 private:
+    class turn;
+
     [[nodiscard]] std::uint32_t need_session(io_deadline deadline);
     [[nodiscard]] bool pause_before_attempt(io_deadline deadline) const;
 
     const iscsi_endpoint endpoint_;
-    mutable std::timed_mutex mutex_;
+    std::mutex turn_mutex_;
+    std::condition_variable turn_ended_;
+    bool in_use_ = false;
+
+    // For whoever has the turn.
     std::unique_ptr<iscsi_session> session_;
     std::uint32_t connections_ = 0;  ///< made so far
     bool is_new_ = false;            ///< the session has not yet shown its power-on unit attention
     int failures_ = 0;               ///< attempts to connect that failed in a row
     io_clock::time_point last_attempt_;
+
     mutable std::mutex failure_mutex_;
     std::string failure_text_;
 };

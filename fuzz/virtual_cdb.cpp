@@ -40,6 +40,7 @@ void begin_anew() {
     (void)made;
     (void)system.files.remove_file(u"C:\\library\\state.xml");
     system.clock.forget_sleeps();
+    system.log.clear();
 }
 
 void run(tape_library::virtual_library& library, const std::uint8_t* data, std::size_t size) {
@@ -63,15 +64,19 @@ void run(tape_library::virtual_library& library, const std::uint8_t* data, std::
 /// Any commands in any order: every one is answered, and no cartridge is lost or doubled.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     begin_anew();
-    const std::shared_ptr<tape_library::virtual_library> library = tape_library::virtual_library::open(u"C:\\library");
-    run(*library, data, size);
-    std::vector<std::string> labels;
-    for (const tape_library::cartridge_place& each : library->cartridges()) {
-        labels.push_back(each.barcode);
+    {
+        const std::shared_ptr<tape_library::virtual_library> library = tape_library::virtual_library::open(u"C:\\library");
+        run(*library, data, size);
+        std::vector<std::string> labels;
+        for (const tape_library::cartridge_place& each : library->cartridges()) {
+            labels.push_back(each.barcode);
+        }
+        std::sort(labels.begin(), labels.end());
+        if (labels.size() != cartridges || std::unique(labels.begin(), labels.end()) != labels.end()) {
+            std::abort();
+        }
     }
-    std::sort(labels.begin(), labels.end());
-    if (labels.size() != cartridges || std::unique(labels.begin(), labels.end()) != labels.end()) {
-        std::abort();
-    }
+    // What is kept from one input to the next would be searched for leaks each time.
+    begin_anew();
     return 0;
 }

@@ -26,6 +26,9 @@ public:
 
     /// Milliseconds of the same clock.
     [[nodiscard]] virtual std::int64_t milliseconds() = 0;
+    /// The same as of the system's last tick, some milliseconds ago: costs next to nothing, for measures that are taken all the
+    /// time.
+    [[nodiscard]] virtual std::int64_t coarse_milliseconds() { return milliseconds(); }
 
     /// The wall clock as local time.
     [[nodiscard]] virtual local_time now_local() = 0;

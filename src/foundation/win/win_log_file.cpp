@@ -31,6 +31,13 @@ private:
     bool& flag_;
 };
 
+/// A number for each second of a month, by the wall clock: each line asks for that one anyway, so it costs next to nothing here.
+/// Only changes count, so that a clock that is set does no harm.
+std::int64_t current_second() {
+    const platform::local_time now = platform::system().clock->now_local();
+    return ((now.day * 24 + now.hour) * 60 + now.minute) * 60 + now.second;
+}
+
 /// Stands at the end of the file.
 boost::shared_ptr<win_file_t> open_log(const text::wide_string& path) {
     common_lib_ctx().files_access_permissions().check(path);
@@ -51,8 +58,7 @@ boost::shared_ptr<win_file_t> open_log(const text::wide_string& path) {
 
 }  // namespace
 
-win_log_file_t::win_log_file_t(const text::wide_string& path)
-    : path_(path), file_(open_log(path)), last_look_(platform::system().clock->milliseconds()) {}
+win_log_file_t::win_log_file_t(const text::wide_string& path) : path_(path), file_(open_log(path)), last_look_(current_second()) {}
 
 void win_log_file_t::write(const std::string& text) {
     if (busy_) {
@@ -107,8 +113,8 @@ void win_log_file_t::take_back(std::uint64_t written) {
 
 /// Whoever removed or moved the log may have taken its folder, too. If there is no way to a new file, the old one serves on.
 void win_log_file_t::return_to_place() {
-    const std::int64_t now = platform::system().clock->milliseconds();
-    if (now - last_look_ < milliseconds_between_looks) {
+    const std::int64_t now = current_second();
+    if (now == last_look_) {
         return;
     }
     last_look_ = now;

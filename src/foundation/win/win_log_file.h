@@ -11,15 +11,13 @@ namespace win {
 /// A log in a file: what is there is kept, and others may read it meanwhile but not write.
 ///
 /// Where the system lets others move, remove or cut the file all the same, the log copes: it appends to what is there, and looks
-/// from time to time whether the file is still in its place; if it isn't, the log goes on in a new one there.
+/// once a second, when there is something to write, whether the file is still in its place; if it isn't, the log goes on in a new
+/// one there.
 class win_log_file_t final : public logging::receiver::log_file_t {
 public:
     /// Makes the file when it is absent. Throws `exc::file_locked_exc_t` when another process holds it, and
     /// `exc::win_sys_exc_t` for every other failure.
     explicit win_log_file_t(const text::wide_string& path);
-
-    /// How often the log looks whether its file is still in its place, at most.
-    static constexpr std::int64_t milliseconds_between_looks = 1000;
 
     /// One write to the file. A failure loses the text, silently: there is nowhere to report it. Half an entry doesn't stay.
     void write(const std::string& text) override;
@@ -39,7 +37,7 @@ private:
     std::string line_end_ = "\r\n";
     lazy_path_t path_;
     boost::shared_ptr<win_file_t> file_;
-    std::int64_t last_look_;  ///< milliseconds of the clock
+    std::int64_t last_look_;  ///< as `current_second` tells it
     /// While the file is being written or read, entries about that very work come in; they wait until it is done.
     bool busy_ = false;
     std::string waiting_;

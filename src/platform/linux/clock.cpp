@@ -13,6 +13,10 @@ timespec monotonic_now() {
     return now;
 }
 
+std::int64_t in_milliseconds(const timespec& moment) {
+    return std::int64_t{moment.tv_sec} * 1000 + moment.tv_nsec / 1'000'000;
+}
+
 local_time calendar_time(std::time_t moment) {
     std::tm parts{};
     if (moment == static_cast<std::time_t>(-1) || localtime_r(&moment, &parts) == nullptr) {
@@ -32,8 +36,13 @@ std::int64_t linux_clock::seconds() {
 }
 
 std::int64_t linux_clock::milliseconds() {
-    const timespec now = monotonic_now();
-    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+    return in_milliseconds(monotonic_now());
+}
+
+std::int64_t linux_clock::coarse_milliseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return in_milliseconds(now);
 }
 
 local_time linux_clock::now_local() {

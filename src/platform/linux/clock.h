@@ -11,6 +11,7 @@ public:
 
     [[nodiscard]] std::int64_t seconds() override;
     [[nodiscard]] std::int64_t milliseconds() override;
+    [[nodiscard]] std::int64_t coarse_milliseconds() override;
     [[nodiscard]] local_time now_local() override;
     void sleep(std::int64_t milliseconds) override;
 };

@@ -3,7 +3,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
-#include <cerrno>
+#include <ctime>
 #include <limits>
 
 #include "platform/errors.h"
@@ -37,11 +37,15 @@ void hold(int file, mark which) {
     static_cast<void>(fcntl(file, F_OFD_SETLK, &lock));
 }
 
-/// Keeps other openers of the file from looking at its sharing while one is between its look and its entry.
+/// Keeps other openers of the file from looking at its sharing while one is between its look and its entry, which takes
+/// microseconds. Whoever may read the file can hold this lock for as long as he likes, for purposes of his own: nobody is waited
+/// for longer than a quarter of a second.
 class opening_turn {
 public:
     explicit opening_turn(int file) : file_(file) {
-        while (flock(file_, LOCK_EX) != 0 && errno == EINTR) {
+        for (int tries = 0; flock(file_, LOCK_EX | LOCK_NB) != 0 && tries < most_tries; ++tries) {
+            const timespec pause{0, pause_nanoseconds};
+            nanosleep(&pause, nullptr);
         }
     }
     ~opening_turn() { flock(file_, LOCK_UN); }
@@ -49,6 +53,9 @@ public:
     opening_turn& operator=(const opening_turn&) = delete;
 
 private:
+    static constexpr int most_tries = 125;
+    static constexpr long pause_nanoseconds = 2'000'000;
+
     int file_;
 };
 

@@ -25,6 +25,16 @@ TYPED_TEST(ClockConformance, SecondsAndMillisecondsAreOfOneClock) {
     EXPECT_LE(between, after);
 }
 
+TYPED_TEST(ClockConformance, CoarseTimeIsThatOfTheLastTick) {
+    platform::clock& clock = this->under_test_.clock;
+    const std::int64_t before = clock.milliseconds();
+    const std::int64_t between = clock.coarse_milliseconds();
+    EXPECT_GE(between, before - 1000);
+    EXPECT_LE(between, clock.milliseconds());
+    clock.sleep(100);
+    EXPECT_GT(clock.coarse_milliseconds(), between);
+}
+
 TYPED_TEST(ClockConformance, SleepsAtLeastAsLongAsAsked) {
     platform::clock& clock = this->under_test_.clock;
     const std::int64_t before = clock.milliseconds();

@@ -1,7 +1,9 @@
 #include "platform/linux/files.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,6 +12,7 @@
 
 #include "foundation/text/unicode.h"
 #include "platform/errors.h"
+#include "platform/linux/descriptor.h"
 #include "platform/support/temporary_folder.h"
 
 namespace {
@@ -54,6 +57,16 @@ TEST_F(LinuxFiles, SharesWithOtherProcessesUntilTheyDie) {
     EXPECT_EQ(open("log", file_access::write, file_share::none, opened), 0U);
     close(ends[0]);
     close(ends[1]);
+}
+
+TEST_F(LinuxFiles, IsNotHeldUpByWhoLocksAFileForHimself) {
+    folder_.put("log", "content");
+    const linux_os::descriptor stranger(::open((folder_ / "log").c_str(), O_RDONLY));
+    ASSERT_EQ(flock(stranger.get(), LOCK_EX), 0);
+    std::unique_ptr<file> opened;
+    EXPECT_EQ(open("log", file_access::write, file_share::read, opened), 0U);
+    std::unique_ptr<file> second;
+    EXPECT_EQ(open("log", file_access::write, file_share::read, second), error::sharing_violation);
 }
 
 TEST_F(LinuxFiles, LetsNobodyButOwnerAndGroupReadWhatItMakes) {

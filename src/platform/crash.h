@@ -36,10 +36,10 @@ struct cpu_registers {
 
 /// What happened to the thread that crashed. Valid only while the filter runs.
 struct crash_record {
-    std::uint32_t code = 0;                  ///< `crash_code`, or another number of the system's
-    std::uint64_t address = 0;               ///< of the instruction
-    std::optional<cpu_registers> registers;  ///< none on other processors
-    const void* native = nullptr;            ///< the system's own record, for the operations below; null: there is none
+    std::uint32_t code = 0;                    ///< `crash_code`, or another number of the system's
+    std::uint64_t address = 0;                 ///< of the instruction
+    std::optional<cpu_registers> registers{};  ///< none on other processors
+    const void* native = nullptr;              ///< the system's own record, for the operations below; null: there is none
 };
 
 /// Called on the crashed thread while the others go on. 1: the process is to end without a dialog of the system, 0: the system does

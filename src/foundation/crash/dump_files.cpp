@@ -1,7 +1,7 @@
 #include "foundation/crash/dump_files.h"
 
-#include <algorithm>
 #include <map>
+#include <set>
 
 #include "foundation/exc/exceptions.h"
 #include "foundation/logging/log_writer.h"
@@ -64,12 +64,15 @@ void remove_old_dumps(const text::wide_string& folder, dumps_by_age& dumps) {
 
 text::wide_string free_dump_name(const std::vector<text::wide_string>& taken, const text::wide_string& name,
                                  const text::wide_string& extension) {
+    // The folder's list holds other cases of a name only where they are the same name.
+    const auto below = [](const text::wide_string& left, const text::wide_string& right) {
+        return text::compare_no_case(left, right) < 0;
+    };
+    const std::set<text::wide_string, decltype(below)> reserved(taken.begin(), taken.end(), below);
     for (std::uint32_t number = 0; number < dump_identifiers; ++number) {
         text::wide_string candidate = name;
         candidate.append(infix).append(text::to_wstring(number)).append(u".").append(extension);
-        // The folder's list holds other cases of a name only where they are the same name.
-        if (std::none_of(taken.begin(), taken.end(),
-                         [&](const text::wide_string& other) { return text::compare_no_case(other, candidate) == 0; })) {
+        if (!reserved.contains(candidate)) {
             return candidate;
         }
     }

@@ -15,9 +15,9 @@ namespace crash::text_dump {
 struct header_fields {
     std::uint32_t code = 0;
     std::uint64_t address = 0;
-    platform::local_time time;
-    std::string module_name;
-    std::string module_path;
+    platform::local_time time{};
+    std::string module_name{};
+    std::string module_path{};
     std::uint32_t process_id = 0;
     std::uint32_t thread_id = 0;
 };

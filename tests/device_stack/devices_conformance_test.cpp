@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <type_traits>
 #include <vector>
 
 #include "device_stack/scripted_transport.h"
@@ -9,6 +8,7 @@
 #include "platform/device_stack/io_manager.h"
 #include "platform/scsi_records.h"
 #include "platform/testing/fakes.h"
+#include "support/implementation_names.h"
 
 /// What the contract promises of every implementation: the devices over SCSI and the scripted ones.
 namespace {
@@ -21,6 +21,8 @@ const bytes inquiry_data{0x08, 0x80, 0x06, 0x02, 0x5B, 0, 0, 0};
 
 class over_scsi {
 public:
+    static constexpr const char* name = "OverScsi";
+
     over_scsi() {
         source_->add(8, "changer", "LIB1", {0, 0, 1, 0});
         source_->transport->otherwise([](const device_stack::scsi_command& command) {
@@ -49,6 +51,8 @@ private:
 
 class scripted {
 public:
+    static constexpr const char* name = "Scripted";
+
     scripted() {
         devices_.add_device("\\\\.\\Changer0");
         devices_.add_object(object_);
@@ -110,14 +114,8 @@ protected:
     Implementation under_test_;
 };
 
-struct names {
-    template <typename Implementation>
-    static std::string GetName(int) {
-        return std::is_same_v<Implementation, scripted> ? "Scripted" : "OverScsi";
-    }
-};
 using implementations = ::testing::Types<over_scsi, scripted>;
-TYPED_TEST_SUITE(DevicesConformance, implementations, names);
+TYPED_TEST_SUITE(DevicesConformance, implementations, test_support::implementation_names);
 
 TYPED_TEST(DevicesConformance, OpensByLinkNameInAnyCaseAsOftenAsAsked) {
     const device_handle first = this->opened();

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <deque>
@@ -11,6 +10,7 @@
 #include "device_stack/scripted_transport.h"
 #include "platform/linux/scsi/sg_source.h"
 #include "platform/linux/scsi/sg_transport.h"
+#include "support/temporary_folder.h"
 
 using namespace platform::device_stack;
 using namespace platform::linux_scsi;
@@ -235,7 +235,6 @@ namespace {
 class SgSource : public testing::Test {
 protected:
     SgSource() { fs::create_directories(root / "class/scsi_generic"); }
-    ~SgSource() override { fs::remove_all(root); }
 
     void plug(const std::string& node, const std::string& address, const std::string& type, const std::string& serial,
               const std::string& state = "running") {
@@ -254,7 +253,8 @@ protected:
 
     void pull(const std::string& node) { fs::remove_all(root / "class/scsi_generic" / node); }
 
-    const fs::path root = fs::temp_directory_path() / ("sg_test_" + std::to_string(getpid()));
+    const test_support::temporary_folder folder;
+    const fs::path root = folder.path();
     std::shared_ptr<played_kernel> kernel = std::make_shared<played_kernel>();
     sg_source source{kernel, root.string(), "/dev"};
     std::uint32_t failure = 0;

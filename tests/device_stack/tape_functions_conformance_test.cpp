@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <type_traits>
 
 #include "device_stack/scripted_transport.h"
 #include "device_stack/tape_answers.h"
@@ -8,6 +7,7 @@
 #include "platform/device_stack/tape_drives.h"
 #include "platform/tape_records.h"
 #include "platform/testing/fakes.h"
+#include "support/implementation_names.h"
 
 /// What the contract promises of every implementation: the drives over SCSI and the scripted ones.
 namespace {
@@ -18,6 +18,8 @@ using kind = platform::testing::tape_request::kind;
 
 class over_scsi {
 public:
+    static constexpr const char* name = "OverScsi";
+
     over_scsi() {
         source_->add(1, "drive", "DRV1", {0, 0, 1, 0});
         source_->transport->otherwise([this](const device_stack::scsi_command& command) {
@@ -59,6 +61,8 @@ private:
 
 class scripted {
 public:
+    static constexpr const char* name = "Scripted";
+
     scripted() {
         TAPE_GET_MEDIA_PARAMETERS media;
         media.Capacity = 5U << 20;
@@ -99,14 +103,8 @@ protected:
     Implementation under_test_;
 };
 
-struct names {
-    template <typename Implementation>
-    static std::string GetName(int) {
-        return std::is_same_v<Implementation, scripted> ? "Scripted" : "OverScsi";
-    }
-};
 using implementations = ::testing::Types<over_scsi, scripted>;
-TYPED_TEST_SUITE(TapeFunctionsConformance, implementations, names);
+TYPED_TEST_SUITE(TapeFunctionsConformance, implementations, test_support::implementation_names);
 
 TYPED_TEST(TapeFunctionsConformance, FillsTheRecordOfEachOperation) {
     TAPE_GET_MEDIA_PARAMETERS media;

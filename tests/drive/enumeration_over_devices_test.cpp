@@ -13,10 +13,10 @@
 #include "platform/device_stack/io_manager.h"
 #include "platform/linux/linux_settings.h"
 #include "platform/linux/registry.h"
-#include "platform/support/temporary_folder.h"
 #include "platform/testing/fakes.h"
 #include "platform/virtual_library/create_library.h"
 #include "platform/virtual_library/virtual_library_source.h"
+#include "support/temporary_folder.h"
 
 namespace {
 

@@ -3,30 +3,17 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
 
+#include "foundation/text/unicode.h"
 #include "platform/linux/clock.h"
 #include "platform/linux/files.h"
+#include "support/temporary_folder.h"
 #include "virtual_library/library_fixture.h"
 
 namespace platform::tape_library {
 
 namespace {
-
-/// A folder on the real disk, gone at the end.
-class scratch_folder {
-public:
-    scratch_folder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "tarno-library-XXXXXX").string();
-        path_ = ::mkdtemp(pattern.data());
-    }
-    ~scratch_folder() { std::filesystem::remove_all(path_); }
-    [[nodiscard]] std::u16string library() const { return std::u16string(path_.begin(), path_.end()) + u"/library"; }
-
-private:
-    std::string path_;
-};
 
 /// Moves cartridges about for ever; tells a byte over the pipe for each move that was reported as done.
 [[noreturn]] void move_until_killed(const std::u16string& folder, int done) {
@@ -55,8 +42,9 @@ TEST(library_crash_test, finds_every_cartridge_exactly_once_after_a_kill) {
     set.files = &files;
     set.clock = &clock;
     const scoped_system scope(set);
-    const scratch_folder scratch;
-    create_library(scratch.library());
+    const test_support::temporary_folder place;
+    const std::u16string folder = text::unicode::decode_utf8_lenient(place / "library");
+    create_library(folder);
     for (int round = 0; round < 12; ++round) {
         int ends[2] = {};
         ASSERT_EQ(::pipe(ends), 0);
@@ -64,7 +52,7 @@ TEST(library_crash_test, finds_every_cartridge_exactly_once_after_a_kill) {
         ASSERT_GE(child, 0);
         if (child == 0) {
             ::close(ends[0]);
-            move_until_killed(scratch.library(), ends[1]);
+            move_until_killed(folder, ends[1]);
         }
         ::close(ends[1]);
         // The moment of the kill is set by the child's progress, a different one each time.
@@ -78,7 +66,7 @@ TEST(library_crash_test, finds_every_cartridge_exactly_once_after_a_kill) {
         ASSERT_TRUE(WIFSIGNALED(status));
         ::close(ends[0]);
 
-        const std::shared_ptr<virtual_library> library = virtual_library::open(scratch.library());
+        const std::shared_ptr<virtual_library> library = virtual_library::open(folder);
         std::map<std::string, int> seen;
         for (const cartridge_place& each : library->cartridges()) {
             ++seen[each.barcode];

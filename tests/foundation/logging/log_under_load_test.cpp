@@ -16,9 +16,9 @@
 #include "platform/linux/errors.h"
 #include "platform/linux/files.h"
 #include "platform/linux/process.h"
-#include "platform/support/temporary_folder.h"
 #include "platform/testing/fakes.h"
 #include "support/gunzip.h"
+#include "support/temporary_folder.h"
 
 namespace {
 

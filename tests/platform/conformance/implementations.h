@@ -7,6 +7,7 @@
 
 #include "foundation/text/unicode.h"
 #include "platform/linux/clock.h"
+#include "platform/linux/crash.h"
 #include "platform/linux/errors.h"
 #include "platform/linux/events.h"
 #include "platform/linux/files.h"
@@ -16,7 +17,7 @@
 #include "platform/linux/threads.h"
 #include "platform/system.h"
 
-#include "platform/support/temporary_folder.h"
+#include "platform/testing/fake_crash.h"
 #include "platform/testing/fake_errors.h"
 #include "platform/testing/fake_events.h"
 #include "platform/testing/fake_process.h"
@@ -25,12 +26,16 @@
 #include "platform/testing/memory_files.h"
 #include "platform/testing/memory_registry.h"
 #include "platform/testing/virtual_clock.h"
+#include "support/implementation_names.h"
+#include "support/temporary_folder.h"
 
 /// Each suite of this folder runs over all of these.
 namespace conformance {
 
 /// The fakes, with what a suite needs to know of a place to work in.
 struct fakes {
+    static constexpr const char* name = "Fakes";
+
     /// The suites' time limits run out while nothing else goes on.
     fakes() { events.set_idle_wait(platform::testing::fake_events::idle_wait::elapses); }
 
@@ -42,12 +47,15 @@ struct fakes {
     platform::testing::fake_text_encoding text_encoding;
     platform::testing::fake_events events{clock};
     platform::testing::fake_threads threads;
+    platform::testing::fake_crash crash;
 
     /// An existing, empty folder, without a separator at its end.
     std::u16string folder = u"C:\\ProgramData";
 };
 
 struct linux_machine {
+    static constexpr const char* name = "Linux";
+
     test_support::temporary_folder place;
 
     platform::linux_os::linux_clock clock;
@@ -58,6 +66,7 @@ struct linux_machine {
     platform::linux_os::linux_text_encoding text_encoding;
     platform::linux_os::linux_events events;
     platform::linux_os::linux_threads threads;
+    platform::linux_os::linux_crash crash;
 
     std::u16string folder = text::unicode::decode_utf8_lenient(place.path());
 };
@@ -74,6 +83,7 @@ private:
     platform::system_set set() {
         platform::system_set all;
         all.clock = &under_test_.clock;
+        all.crash = &under_test_.crash;
         all.errors = &under_test_.errors;
         all.events = &under_test_.events;
         all.files = &under_test_.files;
@@ -89,11 +99,6 @@ private:
 
 using implementations = ::testing::Types<fakes, linux_machine>;
 
-struct implementation_names {
-    template <typename Implementation>
-    static std::string GetName(int) {
-        return std::is_same_v<Implementation, fakes> ? "Fakes" : "Linux";
-    }
-};
+using test_support::implementation_names;
 
 }  // namespace conformance

@@ -70,19 +70,14 @@ private:
 
 /// The fakes with every operation under way until it is waited for.
 struct pending_fakes : conformance::fakes {
+    static constexpr const char* name = "PendingFakes";
+
     pending_fakes() { files.set_pending(true); }
 };
 
 using implementations = ::testing::Types<conformance::fakes, pending_fakes, conformance::linux_machine>;
 
-struct names {
-    template <typename Implementation>
-    static std::string GetName(int) {
-        return std::is_same_v<Implementation, pending_fakes> ? "PendingFakes"
-                                                             : conformance::implementation_names::GetName<Implementation>(0);
-    }
-};
-TYPED_TEST_SUITE(OverlappedConformance, implementations, names);
+TYPED_TEST_SUITE(OverlappedConformance, implementations, conformance::implementation_names);
 
 TYPED_TEST(OverlappedConformance, ReadsAndWritesWhereItIsTold) {
     const std::unique_ptr<overlapped_file> opened = this->open();

@@ -13,7 +13,7 @@
 #include "foundation/text/unicode.h"
 #include "platform/errors.h"
 #include "platform/linux/descriptor.h"
-#include "platform/support/temporary_folder.h"
+#include "support/temporary_folder.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <stdexcept>
 
 #include "platform/linux/settings_file.h"
-#include "platform/support/temporary_folder.h"
 #include "platform/testing/memory_registry.h"
+#include "support/temporary_folder.h"
 
 namespace {
 

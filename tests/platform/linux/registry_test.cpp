@@ -9,8 +9,8 @@
 #include "foundation/text/unicode.h"
 #include "platform/errors.h"
 #include "platform/linux/settings_file.h"
-#include "platform/support/temporary_folder.h"
 #include "support/source_folder.h"
+#include "support/temporary_folder.h"
 
 namespace {
 

@@ -18,7 +18,7 @@
 
 #include "platform/linux/descriptor.h"
 #include "platform/linux/errors.h"
-#include "platform/support/temporary_folder.h"
+#include "support/temporary_folder.h"
 
 namespace {
 

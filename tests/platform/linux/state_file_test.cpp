@@ -14,7 +14,7 @@
 #include "foundation/text/unicode.h"
 #include "platform/linux/registry.h"
 #include "platform/linux/settings_file.h"
-#include "platform/support/temporary_folder.h"
+#include "support/temporary_folder.h"
 
 namespace {
 

@@ -43,10 +43,10 @@ boost::shared_ptr<stop_event_t> CStopEvtCollection::find(std::uint32_t thread_id
     return found == events_.end() ? boost::shared_ptr<stop_event_t>() : found->second;
 }
 
-CStopEvtThreadRegistration::CStopEvtThreadRegistration(std::uint32_t thread_id, std::uint32_t parent_id) : thread_id_(thread_id) {
-    CStopEvtCollection& events = CStopEvtCollection::instance();
-    if (const auto inherited = events.find(parent_id)) {
-        events.add(thread_id_, inherited);
+CStopEvtThreadRegistration::CStopEvtThreadRegistration(std::uint32_t thread_id, const boost::shared_ptr<stop_event_t>& of_parent)
+    : thread_id_(thread_id) {
+    if (of_parent != nullptr) {
+        CStopEvtCollection::instance().add(thread_id_, of_parent);
     }
 }
 

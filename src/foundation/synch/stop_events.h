@@ -31,10 +31,12 @@ private:
     std::map<std::uint32_t, boost::shared_ptr<stop_event_t>> events_;
 };
 
-/// A thread's entry for as long as the thread works: the parent's stop event, if the parent has one.
+/// A thread's entry for as long as the thread works: the stop event that its parent had when it started the thread. By the time the
+/// thread runs, the parent may have ended, and its id may be another's.
 class CStopEvtThreadRegistration {
 public:
-    CStopEvtThreadRegistration(std::uint32_t thread_id, std::uint32_t parent_id);
+    /// Null for none.
+    CStopEvtThreadRegistration(std::uint32_t thread_id, const boost::shared_ptr<stop_event_t>& of_parent);
     /// Removes whatever stands under the thread's id by then. A failure is logged.
     ~CStopEvtThreadRegistration();
     CStopEvtThreadRegistration(const CStopEvtThreadRegistration&) = delete;

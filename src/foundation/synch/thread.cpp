@@ -29,6 +29,7 @@ public:
           thread_id_(owner.thread_id_),
           farewell_(owner.farewell_),
           parent_id_(platform::system().process->current_thread_id()),
+          parent_stop_event_(CStopEvtCollection::instance().find(parent_id_)),
           parent_context_(CThreadContext::current()) {}
 
     void run() {
@@ -58,7 +59,7 @@ private:
         const std::uint32_t own_id = platform::system().process->current_thread_id();
         *thread_id_ = own_id;
         const monitoring::CThreadStateRegistration state(own_id, parent_id_, role_);
-        const CStopEvtThreadRegistration stop_event(own_id, parent_id_);
+        const CStopEvtThreadRegistration stop_event(own_id, parent_stop_event_);
         platform::system().threads->describe_current_thread(text::utf8_to_wide_lenient(role_));
         const procedure_t procedure = std::move(procedure_);
         procedure();
@@ -66,6 +67,7 @@ private:
 
     void finish() {
         procedure_ = nullptr;
+        parent_stop_event_.reset();
         parent_context_.reset();
         CThreadContext::forget_current();
         // Whoever hears of the end may take the system apart that the event belongs to. The mutex keeps the owner's side of the
@@ -85,6 +87,7 @@ private:
     const boost::shared_ptr<std::atomic<std::uint32_t>> thread_id_;
     const boost::shared_ptr<boost::mutex> farewell_;
     const std::uint32_t parent_id_;
+    boost::shared_ptr<stop_event_t> parent_stop_event_;
     boost::shared_ptr<CThreadContext> parent_context_;
 };
 

@@ -46,7 +46,7 @@ TEST_F(StopEvents, AThreadHasItsParentsForAsLongAsItIsRegistered) {
     const auto event = boost::make_shared<stop_event_t>();
     events_.add(parent, event);
     {
-        const CStopEvtThreadRegistration registration(child, parent);
+        const CStopEvtThreadRegistration registration(child, event);
         EXPECT_EQ(events_.find(child), event);
     }
     EXPECT_EQ(events_.find(child), nullptr);
@@ -54,13 +54,13 @@ TEST_F(StopEvents, AThreadHasItsParentsForAsLongAsItIsRegistered) {
 }
 
 TEST_F(StopEvents, AThreadWhoseParentHasNoneHasNone) {
-    const CStopEvtThreadRegistration registration(child, parent);
+    const CStopEvtThreadRegistration registration(child, {});
     EXPECT_EQ(events_.find(child), nullptr);
 }
 
 TEST_F(StopEvents, WhatAThreadEnteredForItselfGoesWithIt) {
     {
-        const CStopEvtThreadRegistration registration(child, parent);
+        const CStopEvtThreadRegistration registration(child, {});
         events_.add(child, boost::make_shared<stop_event_t>());
     }
     EXPECT_EQ(events_.find(child), nullptr);

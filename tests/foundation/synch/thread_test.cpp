@@ -225,6 +225,51 @@ TEST_F(Thread, HasTheStopEventOfItsParentWhileItWorks) {
     events.remove(self());
 }
 
+/// Holds up the thread that logs this.
+class holding_transform final : public logging::log_transform_t {
+public:
+    holding_transform(std::string part, gate& reached, gate& leave) : part_(std::move(part)), reached_(reached), leave_(leave) {}
+
+    std::string transform(const std::string& line) override {
+        if (line.find(part_) != std::string::npos) {
+            reached_.open();
+            leave_.pass();
+        }
+        return line;
+    }
+
+private:
+    const std::string part_;
+    gate& reached_;
+    gate& leave_;
+};
+
+TEST_F(Thread, HasTheStopEventOfAParentThatIsGoneBeforeItRuns) {
+    CStopEvtCollection& events = CStopEvtCollection::instance();
+    monitoring::CThreadStatesCollection& threads = monitoring::CThreadStatesCollection::instance();
+    const auto stop = boost::make_shared<stop_event_t>();
+    events.add(self(), stop);
+    gate child_starts;
+    logging::log_t::process_log()->set_transform(boost::make_shared<holding_transform>("role: child", child_starts, gate_));
+    boost::shared_ptr<stop_event_t> of_child;
+    std::optional<thread_t> child;
+    const thread_t parent(
+        [&](int) {
+            child.emplace([&](int) { of_child = events.find(system_.process.current_thread_id()); }, 0, "child");
+            child_starts.pass();
+            threads.set_log_threads(false);
+        },
+        0, "parent");
+    EXPECT_TRUE(parent.wait());
+    EXPECT_EQ(events.find(parent.thread_id()), nullptr);
+    gate_.open();
+    EXPECT_TRUE(child->wait());
+    EXPECT_EQ(of_child, stop);
+    threads.set_log_threads(true);
+    logging::log_t::process_log()->set_transform({});
+    events.remove(self());
+}
+
 TEST_F(Thread, OfAParentWithoutAStopEventHasNone) {
     CStopEvtCollection& events = CStopEvtCollection::instance();
     const thread_t thread(

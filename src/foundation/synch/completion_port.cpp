@@ -68,7 +68,12 @@ void completion_port_t::end_with(const boost::shared_ptr<exc::exc_base_t>& error
         const lock_t lock(mutex_);
         boost::atomic_store(&error_, error);
     }
-    completed_.set(true);
+    try {
+        completed_.set(true);
+    } catch (...) {
+        failed_.set(true);  // a sink that can't be told of the one hides nothing of the other
+        throw;
+    }
     failed_.set(true);
 }
 

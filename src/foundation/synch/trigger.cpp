@@ -38,7 +38,12 @@ void trigger_t::set(bool state) {
 void trigger_t::add_sink(const boost::shared_ptr<trigger_sink_t>& sink) {
     const lock_t lock(mutex_);
     sinks_.push_back(sink);
-    sink->on_change(state_);
+    try {
+        sink->on_change(state_);
+    } catch (...) {
+        sinks_.pop_back();
+        throw;
+    }
 }
 
 void trigger_t::clear_sinks() {

@@ -28,7 +28,7 @@ public:
     /// Stores the state and tells every sink, in order of adding, also when it is the former state. A sink that fails keeps none of
     /// the others from hearing of it; the first failure is thrown on when all have.
     void set(bool state);
-    /// Adds a sink and tells it the present state at once, so that a late one misses nothing.
+    /// Adds a sink and tells it the present state at once, so that a late one misses nothing. A sink that fails then isn't added.
     void add_sink(const boost::shared_ptr<trigger_sink_t>& sink);
     /// Lets go of all sinks: when this returns none of them is being called.
     void clear_sinks();

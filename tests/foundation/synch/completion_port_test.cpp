@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/testing/fakes.h"
+#include "support/failure_text.h"
 
 namespace {
 
@@ -69,6 +70,20 @@ TEST_F(CompletionPort, FailsOnlyAfterItIsCompletedAndWithTheReasonAtHand) {
     port_.fail(exc::runtime_exc_t("The robot is gone."));
     EXPECT_THAT(heard,
                 ElementsAre("not failed, not completed", "not completed", "completed: The robot is gone.", "failed, completed"));
+}
+
+TEST_F(CompletionPort, HasFailedAlsoForThoseBehindASinkThatFails) {
+    std::vector<bool> heard;
+    port_.add_completed_sink(sink_of([](bool state) {
+        if (state) {
+            throw std::runtime_error("deaf");
+        }
+    }));
+    port_.add_completed_sink(sink_of([&](bool state) { heard.push_back(state); }));
+    port_.add_failed_sink(sink_of([&](bool state) { heard.push_back(state); }));
+    EXPECT_EQ(test_support::failure_of([this] { port_.fail(exc::runtime_exc_t("x")); }), "deaf");
+    EXPECT_THAT(heard, ElementsAre(false, false, true, true));
+    EXPECT_EQ(port_.error_text(), "x");
 }
 
 TEST_F(CompletionPort, LateSinksHearOfTheEnd) {

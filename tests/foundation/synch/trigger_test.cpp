@@ -139,6 +139,19 @@ TEST_F(Trigger, ASinkThatFailsKeepsNobodyElseFromHearing) {
     trigger_.set(false);
 }
 
+TEST_F(Trigger, ASinkThatFailsAsItIsAddedIsNotAdded) {
+    trigger_.add_sink(noting("a"));
+    trigger_.set(true);
+    notes_.clear();
+    auto failing = boost::make_shared<failing_sink>("refused");
+    const boost::weak_ptr<failing_sink> watched = failing;
+    EXPECT_EQ(failure_text<std::runtime_error>([&] { trigger_.add_sink(failing); }), "refused");
+    failing.reset();
+    EXPECT_TRUE(watched.expired());
+    EXPECT_NO_THROW(trigger_.set(true));
+    EXPECT_THAT(notes_, ElementsAre("a+"));
+}
+
 /// Sees to it that it is never called twice at a time, and that what it heard last is what holds.
 class racing_sink final : public synch::trigger_sink_t {
 public:

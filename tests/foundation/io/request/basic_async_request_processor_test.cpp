@@ -375,6 +375,20 @@ TEST_F(RequestProcessing, APostThatCannotBeToldFails) {
               std::string(handle_text) + "\nSetEvent() function call failed." + handle_code +
                   "\nCannot set an event object to the signaled state.\n--tr:Cannot store asynchronous request processing.");
     system_.events.fail(events_operation::set, 0);
+    run_and_wait();
+    EXPECT_EQ(lines_with("because requests queue is empty"), 0U);
+    end_well();
+}
+
+TEST_F(RequestProcessing, ARequestWhosePostFailedIsNeverProcessed) {
+    start(1);
+    system_.events.await_waiting(1);
+    std::atomic<int> processed = 0;
+    system_.events.fail(events_operation::set, 6);
+    EXPECT_THROW(processor_->post(request_of([&] { processed = 1; })), exc::win_sys_exc_t);
+    system_.events.fail(events_operation::set, 0);
+    run_and_wait([&] { processed += 2; });
+    EXPECT_EQ(processed, 2);
     end_well();
 }
 

@@ -77,4 +77,16 @@ TEST_F(RequestHolders, QueueKeepsTheOrderAndTellsWhetherAnythingIsThere) {
     EXPECT_EQ(queue.pop(), std::nullopt);
 }
 
+TEST_F(RequestHolders, QueueTellsOfNothingPendingWhereTheLatestRequestWasRefused) {
+    request_queue_t queue;
+    system_.events.fail(platform::testing::fake_events::operation::set, 6);
+    queue.add_pending_sink(condition(0));
+    EXPECT_THROW(queue.push(request_of([] {})), exc::win_sys_exc_t);
+    system_.events.fail(platform::testing::fake_events::operation::set, 0);
+    queue.add_pending_sink(condition(1));
+    EXPECT_TRUE(is_true(1));  // what the queue had said before it was refused
+    EXPECT_EQ(queue.pop(), std::nullopt);
+    EXPECT_FALSE(is_true(1));
+}
+
 }  // namespace

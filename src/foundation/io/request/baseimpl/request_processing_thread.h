@@ -2,6 +2,8 @@
 
 #include <boost/shared_ptr.hpp>
 
+#include <atomic>
+
 #include "foundation/io/request/baseimpl/processing_slot.h"
 #include "foundation/synch/completion_port.h"
 #include "foundation/synch/thread.h"

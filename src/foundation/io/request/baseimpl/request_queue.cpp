@@ -15,12 +15,18 @@ using lock_t = boost::lock_guard<boost::mutex>;
 void request_queue_t::push(const boost::shared_ptr<async_request_t>& request) {
     const lock_t lock(mutex_);
     requests_.push_back(request);
-    pending_.set(true);
+    try {
+        pending_.set(true);
+    } catch (...) {
+        requests_.pop_back();
+        throw;
+    }
 }
 
 std::optional<boost::shared_ptr<async_request_t>> request_queue_t::pop() {
     const lock_t lock(mutex_);
     if (requests_.empty()) {
+        pending_.set(false);
         return std::nullopt;
     }
     boost::shared_ptr<async_request_t> request = std::move(requests_.front());

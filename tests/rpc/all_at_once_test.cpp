@@ -9,12 +9,13 @@
 #include <thread>
 #include <vector>
 
-#include "platform/linux/rpc/current_call.h"
 #include "platform/linux/rpc/linux_accounts.h"
 #include "platform/linux/rpc/ntlm_initiator.h"
 #include "platform/linux/rpc/ntlm_provider.h"
 #include "platform/linux/rpc/rpc_client.h"
+#include "rpc/support/secured_server.h"
 #include "rpc/support/test_server.h"
+#include "support/temporary_folder.h"
 
 // Everything that may happen at the same time does: several network threads, calls on the spot and in the pool, changes of the
 // accounts, stops and starts. What comes out of a call is known; the rest is for a sanitizer to see.
@@ -38,19 +39,18 @@ account account_of(const std::string& name, bool administrator, bool disabled = 
     return made;
 }
 
-/// Two network threads, NTLM with an accounts file. Each operation answers with the caller's name, behind it " administrator" where
-/// that is so, then the request.
+/// Two network threads, NTLM with an accounts file. Each operation answers about the caller.
 class AllAtOnce : public testing::Test {
 protected:
     AllAtOnce() : server(std::make_unique<rpc_server>(options())) {
-        accounts_file(folder.path("accounts")).edit([](account_table& table) {
+        accounts_file(folder / "accounts").edit([](account_table& table) {
             table.put(account_of("anna", true));
             table.put(account_of("bob", false));
             table.put(account_of("carl", false));
         });
         server->add_security_provider(std::make_shared<ntlm_provider>(ntlm_acceptor_settings{
             ntlm_host_names::of("server.example.com"),
-            std::make_shared<live_accounts>(folder.path("accounts"), [this](const std::string& sentence) { tell(sentence); }),
+            std::make_shared<live_accounts>(folder / "accounts", [this](const std::string& sentence) { tell(sentence); }),
             ntlm_environment::of_system(), [this](const std::string& sentence) { tell(sentence); }}));
         EXPECT_EQ(server->register_authentication(u"svc/server", platform::rpc_authn::ntlm), 0U);
         platform::rpc_interface offered;
@@ -78,16 +78,20 @@ protected:
         return client;
     }
 
+    static std::string told_of(const std::string& name, auth_level level) {
+        return "SERVER\\" + name + ' ' + std::to_string(static_cast<int>(level));
+    }
+
     /// What the server says of the caller.
     static std::string call(rpc_client& client, unsigned operation, std::size_t size) {
         const bytes stub = pattern(size);
         const bytes answer = client.call(static_cast<std::uint16_t>(operation), stub, 20s);
         const auto end = std::ranges::find(answer, std::uint8_t{'\n'});
-        EXPECT_TRUE(end != answer.end() && std::ranges::equal(end + 1, answer.end(), stub.begin(), stub.end()));
+        EXPECT_TRUE(end != answer.end() && std::equal(stub.rbegin(), stub.rend(), end + 1, answer.end()));
         return {answer.begin(), end};
     }
 
-    temporary_folder folder;
+    test_support::temporary_folder folder;
     std::atomic<std::uint16_t> port{0};
     std::atomic<int> served{0};
 
@@ -106,19 +110,10 @@ private:
     }
 
     std::uint32_t serve(const platform::rpc_request& request, platform::rpc_reply& reply) {
-        platform::client_context context = 0;
-        if (const std::uint32_t status = callers_.open_client_context(context); status != 0) {
-            return status;
-        }
-        std::vector<platform::group_entry> groups;
-        const bool administrator = callers_.client_groups(context, groups) && !groups.empty();
-        callers_.free_client_context(context);
-        const std::string line = current_call()->identity->name + (administrator ? " administrator\n" : "\n");
-        const std::span<std::uint8_t> answer = reply.allocate(line.size() + request.stub.size());
-        std::ranges::copy(request.stub, std::ranges::copy(line, answer.begin()).out);
+        const std::uint32_t status = answer_about_caller(callers_, request, reply);
         ++served;
         served.notify_all();
-        return 0;
+        return status;
     }
 
     linux_accounts callers_{administrator_rules{}};
@@ -137,12 +132,12 @@ TEST_F(AllAtOnce, AccountsChangeWhileTheirOwnersCall) {
         clients.emplace_back([this, name, &at_work] {
             for (std::size_t round = 0; round < 24; ++round) {
                 try {
-                    rpc_client client = connect(name, levels[round % levels.size()]);
+                    const auth_level level = levels[round % levels.size()];
+                    const std::string told = told_of(name, level);
+                    rpc_client client = connect(name, level);
                     for (unsigned i = 0; i < 4; ++i) {
                         const std::string caller = call(client, i % 2, 100 * round);
-                        EXPECT_TRUE(caller == "SERVER\\" + name + " administrator" ||
-                                    (name != "anna" && caller == "SERVER\\" + name))
-                            << caller;
+                        EXPECT_TRUE(caller == told + " administrator" || (name != "anna" && caller == told)) << caller;
                     }
                 } catch (const rpc_client_error& e) {
                     EXPECT_TRUE(name == "carl" && e.what_kind() == kind::fault && e.status() == 5) << name << ": " << e.what();
@@ -151,7 +146,7 @@ TEST_F(AllAtOnce, AccountsChangeWhileTheirOwnersCall) {
             --at_work;
         });
     }
-    const accounts_file editor(folder.path("accounts"));
+    const accounts_file editor(folder / "accounts");
     for (int change = 0; at_work > 0; ++change) {
         editor.edit([change](account_table& table) {
             table.put(account_of("bob", change % 2 == 0));
@@ -174,7 +169,7 @@ TEST_F(AllAtOnce, StopsStartsAndEndsInTheMiddleOfItsWork) {
                 try {
                     rpc_client client = connect("anna", levels[number]);
                     for (unsigned i = 0; !ended; ++i) {
-                        EXPECT_EQ(call(client, i % 2, 1000), "SERVER\\anna administrator");
+                        EXPECT_EQ(call(client, i % 2, 1000), told_of("anna", levels[number]) + " administrator");
                         ++answered;
                     }
                 } catch (const rpc_client_error& e) {

@@ -10,6 +10,7 @@
 
 #include "rpc/support/raw_pdu.h"
 #include "rpc/support/test_server.h"
+#include "support/temporary_folder.h"
 
 namespace {
 
@@ -127,9 +128,9 @@ TEST(RpcLimitsTest, ConnectionsAboveTheLimitAreClosedAtOnce) {
 }
 
 TEST(RpcLimitsTest, TotalLimitCountsTheLocalSocketToo) {
-    temporary_folder folder;
+    test_support::temporary_folder folder;
     rpc_server_options options = with([](rpc_limits& limits) { limits.connections = 1; });
-    options.local_socket = folder.path("socket");
+    options.local_socket = folder / "socket";
     test_server server(options);
     raw_connection first(options.local_socket);
     EXPECT_EQ(type_of(first.exchange(bind_pdu())), 12U);

@@ -12,6 +12,7 @@
 #include "platform/linux/rpc/rpc_client.h"
 #include "platform/linux/rpc/rpc_server.h"
 #include "rpc/support/test_server.h"
+#include "support/temporary_folder.h"
 
 namespace {
 
@@ -21,8 +22,8 @@ using namespace std::chrono_literals;
 
 class LocalSocketTest : public testing::Test {
 protected:
-    LocalSocketTest() { options.local_socket = folder.path("socket"); }
-    temporary_folder folder;
+    LocalSocketTest() { options.local_socket = folder / "socket"; }
+    test_support::temporary_folder folder;
     rpc_server_options options = loopback_options();
 };
 
@@ -82,10 +83,10 @@ TEST_F(LocalSocketTest, OtherFilesAreLeftAlone) {
 }
 
 TEST_F(LocalSocketTest, MissingFolderIsMadeAndAnImpossiblePathIsReported) {
-    options.local_socket = folder.path("run/socket");
+    options.local_socket = folder / "run/socket";
     const test_server server(options);
     EXPECT_TRUE(std::filesystem::is_socket(options.local_socket));
-    options.local_socket = folder.path(std::string(200, 'x'));
+    options.local_socket = folder / std::string(200, 'x');
     test_server too_long(options);
     EXPECT_EQ(too_long->local_socket_status(), 1707U);
 }

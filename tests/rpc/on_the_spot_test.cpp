@@ -8,6 +8,7 @@
 
 #include "platform/linux/rpc/call.h"
 #include "rpc/support/test_server.h"
+#include "support/temporary_folder.h"
 
 namespace {
 
@@ -29,7 +30,7 @@ protected:
         rpc_server_options options = loopback_options();
         options.network_threads = 1;
         options.limits.linger_time = std::chrono::milliseconds(300);
-        options.local_socket = folder.path("rpc.sock");
+        options.local_socket = folder / "rpc.sock";
         server = std::make_unique<rpc_server>(options);
         platform::rpc_interface offered;
         offered.uuid = uuid_from_text(test_interface);
@@ -78,7 +79,7 @@ protected:
         return calls;
     }
 
-    temporary_folder folder;
+    test_support::temporary_folder folder;
     std::uint16_t port = 0;
     std::mutex mutex;
     std::vector<served_call> calls;
@@ -103,7 +104,7 @@ TEST_F(OnTheSpot, CallsThatCannotWaitShareTheNetworksThread) {
 
 TEST_F(OnTheSpot, LongRequestsAndLocalCallersGoToThePoolAllTheSame) {
     raw_connection remote(port);
-    raw_connection local(folder.path("rpc.sock"));
+    raw_connection local(folder / "rpc.sock");
     bind(remote);
     bind(local);
     EXPECT_EQ(type_of(remote.exchange(call(quick, 1, 4, 4096))), 2U);

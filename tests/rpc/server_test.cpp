@@ -12,6 +12,7 @@
 #include "rpc/support/raw_pdu.h"
 #include "rpc/support/test_server.h"
 #include "rpc/support/toy_security.h"
+#include "support/temporary_folder.h"
 
 namespace {
 
@@ -71,9 +72,9 @@ TEST(RpcServerTest, RequestsSentAtOnceAreAnsweredInTurn) {
 }
 
 TEST(RpcServerTest, LongRequestIsJoinedAndLongAnswerIsCut) {
-    temporary_folder folder;
+    test_support::temporary_folder folder;
     rpc_server_options options = loopback_options();
-    options.local_socket = folder.path("socket");
+    options.local_socket = folder / "socket";
     test_server server(options);
     raw_connection client(options.local_socket);
     raw_bind bind;

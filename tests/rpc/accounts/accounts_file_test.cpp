@@ -6,19 +6,19 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "rpc/accounts/temporary_folder.h"
 #include "rpc/ntlm/ntlm_fixture.h"
+#include "support/temporary_folder.h"
 
 namespace {
 
 using namespace platform::linux_rpc;
-using accounts_testing::mode_of;
-using accounts_testing::read_file;
-using accounts_testing::write_file;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -27,6 +27,20 @@ const std::string two_accounts =
     "tarno-tape-accounts 1\n# name:flags:hash, kept by tarno-tape-account. A hash is as good as its password.\n"
     "Anna:administrator:a4f49c406510bdcab6824ee7c30fd852\n"
     "bob:disabled:00000000000000000000000000000000\n";
+
+void write_file(const std::string& path, const std::string& text, unsigned int mode = 0600) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+    std::filesystem::permissions(path, static_cast<std::filesystem::perms>(mode));
+}
+
+std::string read_file(const std::string& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+unsigned int mode_of(const std::string& path) {
+    return static_cast<unsigned int>(std::filesystem::status(path).permissions());
+}
 
 account make_account(const std::string& name, bool administrator = false) {
     account made;
@@ -135,7 +149,7 @@ protected:
         }
     }
 
-    accounts_testing::temporary_folder folder;
+    test_support::temporary_folder folder;
     const std::string path = folder / "accounts";
     accounts_file file{path};
 };
@@ -229,7 +243,7 @@ TEST_F(AccountsFile, AnEditorThatDiedIsNoHindrance) {
 }
 
 TEST_F(AccountsFile, ReplacesWhatALinkPointsTo) {
-    std::filesystem::create_directory(folder.path() / "real");
+    std::filesystem::create_directory(folder / "real");
     const std::string target = folder / "real/accounts";
     write_file(target, two_accounts);
     std::filesystem::create_symlink(target, path);
@@ -261,7 +275,7 @@ class LiveAccounts : public testing::Test {
 protected:
     bool knows(std::u16string_view name) { return accounts.find(name).has_value(); }
 
-    accounts_testing::temporary_folder folder;
+    test_support::temporary_folder folder;
     const std::string path = folder / "accounts";
     std::vector<std::string> reports;
     live_accounts accounts{path, [this](const std::string& sentence) { reports.push_back(sentence); }};

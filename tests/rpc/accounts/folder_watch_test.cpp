@@ -6,7 +6,7 @@
 #include <fstream>
 #include <functional>
 
-#include "rpc/accounts/temporary_folder.h"
+#include "support/temporary_folder.h"
 
 namespace {
 
@@ -24,7 +24,7 @@ protected:
         return !before && watch.may_have_changed();
     }
 
-    accounts_testing::temporary_folder folder;
+    test_support::temporary_folder folder;
     folder_watch watch{folder / "accounts"};
 };
 

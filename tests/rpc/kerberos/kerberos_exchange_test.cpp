@@ -11,7 +11,8 @@
 #include "platform/linux/rpc/gss_provider.h"
 #include "platform/linux/rpc/gss_support.h"
 #include "platform/linux/rpc/spnego_der.h"
-#include "rpc/kerberos/kerberos_realm.h"
+#include "rpc/kerberos/kerberos_fixture.h"
+#include "rpc/support/test_server.h"
 
 namespace {
 
@@ -58,21 +59,13 @@ private:
     gss::context context_;
 };
 
-class KerberosExchange : public testing::Test {
+class KerberosExchange : public kerberos_fixture {
 protected:
-    static void SetUpTestSuite() {
-        if (kerberos_realm::available()) {
-            realm = std::make_unique<kerberos_realm>();
-        }
-    }
-    static void TearDownTestSuite() { realm.reset(); }
-
     void SetUp() override {
-        if (!realm) {
-            GTEST_SKIP() << "the packages krb5-kdc, krb5-admin-server and krb5-user are not installed";
+        kerberos_fixture::SetUp();
+        if (realm) {
+            use_keytab(realm->keytab());
         }
-        realm->log_in("anna");
-        use_keytab(realm->keytab());
     }
 
     void use_keytab(const std::string& path) {
@@ -118,7 +111,6 @@ protected:
         return taken;
     }
 
-    static inline std::unique_ptr<kerberos_realm> realm;
     std::vector<std::string> reports;
     std::unique_ptr<gss_provider> provider;
     std::unique_ptr<gss_initiator> client;

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "rpc/support/test_server.h"
+#include "support/temporary_folder.h"
 
 namespace rpc_test {
 
@@ -33,9 +33,9 @@ public:
     /// Gets a ticket for a service into the user's cache, for clients that can't ask this KDC themselves.
     void fetch_ticket(const std::string& service) const;
 
-    [[nodiscard]] std::string keytab() const { return folder_.path("server.keytab"); }
-    [[nodiscard]] std::string ticket_cache() const { return folder_.path("tickets"); }
-    [[nodiscard]] std::string path(const std::string& file) const { return folder_.path(file); }
+    [[nodiscard]] std::string keytab() const { return folder_ / "server.keytab"; }
+    [[nodiscard]] std::string ticket_cache() const { return folder_ / "tickets"; }
+    [[nodiscard]] std::string path(const std::string& file) const { return folder_ / file; }
     /// Puts the keys of one more service into a keytab of its own.
     void add_service(const std::string& principal, const std::string& key_type, const std::string& keytab_file) const;
 
@@ -46,7 +46,7 @@ private:
     void write_settings() const;
     void start_kdc();
 
-    temporary_folder folder_;
+    test_support::temporary_folder folder_;
     std::uint16_t port_;
     pid_t kdc_ = -1;
     int log_ = -1;  ///< kept open for what the KDC has to say: it must not end of a broken pipe

@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -16,9 +15,9 @@
 #include "platform/linux/rpc/ntlm_initiator.h"
 #include "platform/linux/rpc/rpc_client.h"
 #include "platform/linux/rpc/spnego_initiator.h"
-#include "rpc/kerberos/kerberos_realm.h"
+#include "rpc/kerberos/kerberos_fixture.h"
+#include "rpc/support/secured_caller.h"
 #include "rpc/support/secured_server.h"
-#include "support/source_folder.h"
 
 namespace {
 
@@ -27,9 +26,6 @@ using namespace rpc_test;
 using namespace std::chrono_literals;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-/// "MECHANISM:LEVEL" and what came of it.
-using outcomes = std::map<std::string, std::string>;
 
 constexpr std::array levels{2, 4, 5, 6};
 
@@ -66,20 +62,6 @@ std::unique_ptr<client_security> own_security(const std::string& mechanism, auth
     return std::make_unique<spnego_initiator>(std::move(candidates));
 }
 
-/// The line about the caller that calls of several sizes are answered with.
-std::string answer_of(rpc_client& client, auth_level level, std::unique_ptr<client_security> security) {
-    client.bind({uuid_from_text(secured_interface), 1, 0}, 20s, std::move(security), level);
-    std::string line;
-    for (const std::size_t size : {100, 0, 16, 20'001, 7}) {
-        const bytes stub = pattern(size);
-        const bytes answer = client.call(0, stub, 20s);
-        const auto end = std::ranges::find(answer, std::uint8_t{'\n'});
-        EXPECT_TRUE(std::equal(stub.rbegin(), stub.rend(), end + 1, answer.end())) << static_cast<int>(level) << ' ' << size;
-        line.assign(answer.begin(), end);
-    }
-    return line;
-}
-
 /// A call of this project's own client: the line about the caller, or "refused" and why.
 std::string own_call(std::uint16_t port, const std::string& mechanism, int level, const std::string& user,
                      const std::string& password) {
@@ -97,52 +79,18 @@ bool python_has(const std::string& module) {
 }
 
 /// Clients, mechanisms and levels, against a KDC of the test's own.
-class MechanismMatrix : public testing::Test {
+class MechanismMatrix : public kerberos_fixture {
 protected:
-    static void SetUpTestSuite() {
-        if (kerberos_realm::available()) {
-            realm = std::make_unique<kerberos_realm>();
-        }
-    }
-    static void TearDownTestSuite() { realm.reset(); }
-
     void SetUp() override {
-        if (!realm) {
-            GTEST_SKIP() << "the packages krb5-kdc, krb5-admin-server and krb5-user are not installed";
+        kerberos_fixture::SetUp();
+        if (realm) {
+            log_in("anna");
         }
-        log_in("anna");
     }
 
     static void log_in(const std::string& user) {
         realm->log_in(user);
         realm->fetch_ticket("host/server.tarno.test");
-    }
-
-    static outcomes foreign_calls(const std::string& script, std::uint16_t port, const std::string& user,
-                                  const std::string& password, const std::vector<std::string>& wanted) {
-        const auto path = test_support::source_folder() / "tests/rpc/kerberos" / script;
-        std::string command = "/usr/bin/python3 -B '" + path.string() + "' " + std::to_string(port) + " '" + user + "' '" +
-                              password + "' server.tarno.test";
-        for (const std::string& wish : wanted) {
-            command += " " + wish;
-        }
-        command += " 2>&1";
-        std::FILE* const output = popen(command.c_str(), "r");
-        std::string said;
-        std::array<char, 512> part{};
-        while (std::fgets(part.data(), static_cast<int>(part.size()), output) != nullptr) {
-            said += part.data();
-        }
-        EXPECT_EQ(pclose(output), 0) << said;
-        outcomes found;
-        std::istringstream lines(said);
-        for (std::string line; std::getline(lines, line);) {
-            const std::size_t blank = line.find(' ');
-            if (std::ranges::find(wanted, line.substr(0, blank)) != wanted.end()) {  // else it is what the library says besides
-                found[line.substr(0, blank)] = line.substr(blank + 1);
-            }
-        }
-        return found;
     }
 
     static void show(const std::string& client, const outcomes& found) {
@@ -151,8 +99,6 @@ protected:
                         wish.substr(wish.find(':') + 1).c_str(), answer.c_str());
         }
     }
-
-    static inline std::unique_ptr<kerberos_realm> realm;
 };
 
 std::string expected(const std::string& wish, const std::string& user, bool administrator) {

@@ -23,6 +23,26 @@ rpc_server_options options_with(const std::string& local_socket) {
 
 }  // namespace
 
+std::uint32_t answer_about_caller(linux_accounts& callers, const platform::rpc_request& request, platform::rpc_reply& reply) {
+    platform::client_context context = 0;
+    std::string line = "nobody";
+    if (callers.open_client_context(context) == 0) {
+        platform::sid_bytes administrators;
+        std::vector<platform::group_entry> groups;
+        const bool known = callers.create_well_known_sid(26, administrators) && callers.client_groups(context, groups);
+        const bool administrator =
+            known && std::ranges::any_of(groups, [&](const auto& group) { return group.sid == administrators; });
+        callers.free_client_context(context);
+        line = current_call()->identity->name + ' ' + std::to_string(static_cast<int>(current_call()->level)) +
+               (administrator ? " administrator" : "");
+    }
+    line += '\n';
+    const std::span<std::uint8_t> answer = reply.allocate(line.size() + request.stub.size());
+    std::ranges::copy(line, answer.begin());
+    std::ranges::reverse_copy(request.stub, answer.begin() + static_cast<std::ptrdiff_t>(line.size()));
+    return 0;
+}
+
 secured_server::secured_server(const std::string& keytab, administrator_rules rules, const std::string& local_socket)
     : callers_(std::move(rules)), server_(options_with(local_socket)) {
     accounts_->add("anna", u"anna", true);
@@ -44,32 +64,14 @@ secured_server::secured_server(const std::string& keytab, administrator_rules ru
     platform::rpc_interface offered;
     offered.major_version = 1;
     offered.operations = 1;
-    offered.dispatch = [this](const platform::rpc_request& request, platform::rpc_reply& reply) { return serve(request, reply); };
+    offered.dispatch = [this](const platform::rpc_request& request, platform::rpc_reply& reply) {
+        return answer_about_caller(callers_, request, reply);
+    };
     for (const char* uuid : {secured_interface, echo_interface}) {
         offered.uuid = uuid_from_text(uuid);
         EXPECT_EQ(server_.register_interface(offered, 0, 1234, 0xFFFFFFFF), 0U);
     }
     EXPECT_EQ(server_.listen(2, 1234), 0U);
-}
-
-std::uint32_t secured_server::serve(const platform::rpc_request& request, platform::rpc_reply& reply) {
-    platform::client_context context = 0;
-    std::string line = "nobody";
-    if (callers_.open_client_context(context) == 0) {
-        platform::sid_bytes administrators;
-        std::vector<platform::group_entry> groups;
-        const bool known = callers_.create_well_known_sid(26, administrators) && callers_.client_groups(context, groups);
-        const bool administrator =
-            known && std::ranges::any_of(groups, [&](const auto& group) { return group.sid == administrators; });
-        callers_.free_client_context(context);
-        line = current_call()->identity->name + ' ' + std::to_string(static_cast<int>(current_call()->level)) +
-               (administrator ? " administrator" : "");
-    }
-    line += '\n';
-    const std::span<std::uint8_t> answer = reply.allocate(line.size() + request.stub.size());
-    std::ranges::copy(line, answer.begin());
-    std::ranges::reverse_copy(request.stub, answer.begin() + static_cast<std::ptrdiff_t>(line.size()));
-    return 0;
 }
 
 }  // namespace rpc_test

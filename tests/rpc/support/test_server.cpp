@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 
 #include "platform/linux/rpc/current_call.h"
 #include "rpc/support/toy_security.h"
@@ -21,15 +20,6 @@ using namespace platform::linux_rpc;
 
 namespace {
 constexpr std::chrono::seconds patience{20};
-}
-
-temporary_folder::temporary_folder() {
-    std::string pattern_text = (std::filesystem::temp_directory_path() / "rpc-test-XXXXXX").string();
-    path_ = mkdtemp(pattern_text.data());
-}
-
-temporary_folder::~temporary_folder() {
-    std::filesystem::remove_all(path_);
 }
 
 rpc_server_options loopback_options() {

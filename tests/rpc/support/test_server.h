@@ -23,19 +23,6 @@ inline constexpr unsigned fault = 4;    ///< answers with the first number of th
 inline constexpr unsigned count = 5;
 }  // namespace operation
 
-/// A folder that goes with the object.
-class temporary_folder {
-public:
-    temporary_folder();
-    ~temporary_folder();
-    temporary_folder(const temporary_folder&) = delete;
-    temporary_folder& operator=(const temporary_folder&) = delete;
-    [[nodiscard]] std::string path(const std::string& name) const { return path_ + "/" + name; }
-
-private:
-    std::string path_;
-};
-
 platform::linux_rpc::rpc_server_options loopback_options();
 
 /// A server on loopback with the test interface and one kind of authentication.

@@ -1,17 +1,13 @@
 #!/usr/bin/python3
-"""Calls of Samba's client library to the server that the test program runs.
-
-    samba_caller.py PORT USER PASSWORD HOST MECHANISM:LEVEL...
+"""Calls of Samba's client library to the server that the test program runs, as `calls.py` describes them.
 
 Mechanisms: ntlm, kerberos, negotiate-ntlm, negotiate-kerberos, negotiate-both (the client prefers Kerberos, which it gets a
-ticket for by itself), none. Kerberos alone takes its tickets from the cache that KRB5CCNAME names; HOST
-is the host of the service there. Output as that of impacket_caller.py.
+ticket for by itself), none. Kerberos alone takes its tickets from the cache that KRB5CCNAME names.
 """
 
 import os
-import signal
-import sys
 
+import calls
 from samba import credentials, param
 from samba.dcerpc import echo
 
@@ -30,7 +26,7 @@ def settings():
     return made
 
 
-def call(port, user, password, host, mechanism, level):
+def connection(port, user, password, host, mechanism, level):
     known = settings()
     identity = credentials.Credentials()
     identity.guess(known)
@@ -52,31 +48,12 @@ def call(port, user, password, host, mechanism, level):
     binding = "ncacn_ip_tcp:127.0.0.1[%s]" % ",".join(options)
     # Only an interface that the library knows can be bound with authentication: the server offers its operation by this one, too.
     caller = echo.rpcecho(binding, known, identity)
-    lines = set()
     # A second presentation context on the same connection: after NTLM, the library's alter_context repeats its last token. After
     # Kerberos alone, it sends memory there that it has freed: no server could take that.
     second = caller if mechanism == "kerberos" else echo.rpcecho(binding, known, identity, basis_connection=caller)
-    for index, size in enumerate((100, 0, 16, 20001, 7)):
-        stub = bytes(value % 251 for value in range(size))
-        line, _, rest = (caller if index % 2 == 0 else second).request(0, stub).partition(b"\n")
-        if rest[::-1][: len(stub)] != stub:  # a verification trailer may have come behind it
-            return "spoilt"
-        lines.add(line.decode())
-    return " | ".join(sorted(lines))
-
-
-def main():
-    signal.alarm(120)
-    port, user, password, host = sys.argv[1:5]
-    os.makedirs(os.path.dirname(os.environ["KRB5_CONFIG"]) + "/samba", exist_ok=True)
-    for wish in sys.argv[5:]:
-        mechanism, level = wish.split(":")
-        try:
-            answer = call(port, user, password, host, mechanism, int(level))
-        except Exception as error:  # whatever it is, it is the answer
-            answer = "refused %s: %s" % (type(error).__name__, " ".join(str(error).split()))
-        print(wish, answer, flush=True)
+    return calls.answer_of(lambda number, stub: (caller if number % 2 == 0 else second).request(0, stub))
 
 
 if __name__ == "__main__":
-    main()
+    os.makedirs(os.path.dirname(os.environ["KRB5_CONFIG"]) + "/samba", exist_ok=True)
+    calls.make(connection)

@@ -103,6 +103,15 @@ std::uint32_t fake_crash::inheritable_process(std::int64_t& handle) {
     return inherit_error;
 }
 
+std::u16string fake_crash::unique_text() {
+    ++texts_;
+    std::u16string text = u"{0000}";
+    for (std::size_t at = 4, rest = texts_; rest != 0; --at, rest /= 10) {
+        text[at] = static_cast<char16_t>(u'0' + rest % 10);
+    }
+    return text;
+}
+
 std::uint32_t fake_crash::place_recorder(const std::u16string& path, recorder_step& failed,
                                          std::unique_ptr<placed_recorder>& placed) {
     if (place_failure) {

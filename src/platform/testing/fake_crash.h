@@ -32,7 +32,8 @@ public:
     std::uint32_t write_minidump(const std::u16string& path, std::uint32_t flags, const crash_record* record,
                                  minidump_step& failed) override;
     std::uint32_t inheritable_process(std::int64_t& handle) override;
-    [[nodiscard]] std::u16string unique_text() override { return u"{0001}"; }
+    /// A count, from 1 on.
+    [[nodiscard]] std::u16string unique_text() override;
     std::uint32_t place_recorder(const std::u16string& path, recorder_step& failed,
                                  std::unique_ptr<placed_recorder>& placed) override;
     std::uint32_t start_recorder(const std::u16string& path, const std::u16string& command_line,
@@ -67,6 +68,9 @@ public:
     std::vector<std::uint32_t> recorder_waits;
     std::vector<std::u16string> present_recorders;  ///< files of recorders that are there now
     bool guard_held = false;
+
+private:
+    char16_t texts_ = 0;
 };
 
 }  // namespace platform::testing

@@ -71,10 +71,10 @@ TEST_F(OutOfProcDump, CannotBeMadeWithoutTheRecordersFile) {
         {recorder_step::write, "Failed to write dump recorder code to "},
         {recorder_step::reopen, "Failed to re-open dump recorder for deletion: "},
     };
-    for (const auto& [step, text] : texts) {
+    for (char number = '1'; const auto& [step, text] : texts) {
         system_.crash.place_failure = {step, 5};
         EXPECT_EQ(failure<exc::win_sys_exc_t>(),
-                  "Access is denied.\n" + text + "C:\\Temp\\TarnoDumpRecorder{0001}\n--tr:Error code: 0x00000005");
+                  "Access is denied.\n" + text + "C:\\Temp\\TarnoDumpRecorder{000" + number++ + "}\n--tr:Error code: 0x00000005");
     }
 }
 

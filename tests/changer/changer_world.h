@@ -14,6 +14,7 @@
 #include "platform/errors.h"
 #include "platform/scsi_records.h"
 #include "platform/testing/fakes.h"
+#include "support/devices_in_front.h"
 #include "support/failure_text.h"
 
 /// What the changer tests share: fakes, a changer with a link name, and devices that can fail in the ways of real ones.
@@ -32,37 +33,32 @@ inline constexpr char tape_key[] = "SOFTWARE\\Tarno\\Tarno Backup Tape";
 inline constexpr std::uint32_t silent_failure = 0xE0000001;
 
 /// Scripted devices whose failures may be silent, or come with a block.
-class failing_devices final : public platform::devices {
+class failing_devices final : public test_support::devices_in_front {
 public:
-    explicit failing_devices(platform::testing::scripted_devices& inner) : inner_(inner) {}
+    using devices_in_front::devices_in_front;
 
-    platform::device_handle open_device(const std::string& name) override { return inner_.open_device(name); }
     bool close_device(platform::device_handle device) override {
         if (close_error != 0) {
-            inner_.close_device(device);
+            devices_in_front::close_device(device);
             platform::system().errors->set_last_error(close_error);
             return false;
         }
-        return inner_.close_device(device);
+        return devices_in_front::close_device(device);
     }
     bool control(platform::device_handle device, std::uint32_t code, std::span<const std::uint8_t> input,
                  std::span<std::uint8_t> output, std::uint32_t& returned) override {
-        const bool done = inner_.control(device, code, input, output, returned);
+        const bool done = devices_in_front::control(device, code, input, output, returned);
         return done || failed();
     }
     bool pass_through_direct(platform::device_handle device, std::span<std::uint8_t> block, std::span<std::uint8_t> data,
                              std::uint32_t& returned) override {
-        const bool done = inner_.pass_through_direct(device, block, data, returned);
+        const bool done = devices_in_front::pass_through_direct(device, block, data, returned);
         if (done && fail_after_block) {
             fail_after_block = false;
             platform::system().errors->set_last_error(platform::error::io_device);
             return false;
         }
         return done || failed();
-    }
-    bool query_dos_device(const std::string& name, std::string& target) override { return inner_.query_dos_device(name, target); }
-    bool define_dos_device(std::uint32_t flags, const std::string& name, const std::string& target) override {
-        return inner_.define_dos_device(flags, name, target);
     }
 
     /// Closing fails with this.
@@ -77,8 +73,6 @@ private:
         }
         return false;
     }
-
-    platform::testing::scripted_devices& inner_;
 };
 
 /// A system of fakes with one changer.

@@ -2,6 +2,7 @@
 
 #include <thread>
 
+#include "support/devices_in_front.h"
 #include "support/drive_fixture.h"
 #include "support/library_fixture.h"
 
@@ -245,30 +246,16 @@ TEST_F(GetMediaInfo, TheRobotStandsStillForAllOfTheTimeOut) {
 }
 
 /// The fakes' devices, with an eye on each close.
-class watched_devices final : public platform::devices {
+class watched_devices final : public test_support::devices_in_front {
 public:
-    watched_devices(platform::devices& inner, std::function<void()> look) : inner_(inner), look_(std::move(look)) {}
+    watched_devices(platform::devices& inner, std::function<void()> look) : devices_in_front(inner), look_(std::move(look)) {}
 
-    platform::device_handle open_device(const std::string& link_name) override { return inner_.open_device(link_name); }
     bool close_device(platform::device_handle device) override {
         look_();
-        return inner_.close_device(device);
-    }
-    bool control(platform::device_handle device, std::uint32_t code, std::span<const std::uint8_t> input,
-                 std::span<std::uint8_t> output, std::uint32_t& returned) override {
-        return inner_.control(device, code, input, output, returned);
-    }
-    bool pass_through_direct(platform::device_handle device, std::span<std::uint8_t> block, std::span<std::uint8_t> data,
-                             std::uint32_t& returned) override {
-        return inner_.pass_through_direct(device, block, data, returned);
-    }
-    bool query_dos_device(const std::string& name, std::string& target) override { return inner_.query_dos_device(name, target); }
-    bool define_dos_device(std::uint32_t flags, const std::string& name, const std::string& target) override {
-        return inner_.define_dos_device(flags, name, target);
+        return devices_in_front::close_device(device);
     }
 
 private:
-    platform::devices& inner_;
     std::function<void()> look_;
 };
 

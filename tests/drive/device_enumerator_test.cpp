@@ -8,6 +8,7 @@
 #include "platform/errors.h"
 #include "platform/system.h"
 #include "platform/testing/fakes.h"
+#include "support/devices_in_front.h"
 
 namespace {
 
@@ -232,31 +233,17 @@ TEST_F(DeviceLink, IsTurnedToAnotherTarget) {
 }
 
 /// Fakes that keep every definition: none can be removed.
-class lasting_names final : public platform::devices {
+class lasting_names final : public test_support::devices_in_front {
 public:
-    explicit lasting_names(platform::devices& inner) : inner_(inner) {}
+    using devices_in_front::devices_in_front;
 
-    platform::device_handle open_device(const std::string& link) override { return inner_.open_device(link); }
-    bool close_device(platform::device_handle device) override { return inner_.close_device(device); }
-    bool control(platform::device_handle device, std::uint32_t code, std::span<const std::uint8_t> input,
-                 std::span<std::uint8_t> output, std::uint32_t& returned) override {
-        return inner_.control(device, code, input, output, returned);
-    }
-    bool pass_through_direct(platform::device_handle device, std::span<std::uint8_t> block, std::span<std::uint8_t> data,
-                             std::uint32_t& returned) override {
-        return inner_.pass_through_direct(device, block, data, returned);
-    }
-    bool query_dos_device(const std::string& name, std::string& target) override { return inner_.query_dos_device(name, target); }
     bool define_dos_device(std::uint32_t flags, const std::string& name, const std::string& target) override {
         if ((flags & platform::dos_device::remove_definition) != 0) {
             platform::system().errors->set_last_error(5);
             return false;
         }
-        return inner_.define_dos_device(flags, name, target);
+        return devices_in_front::define_dos_device(flags, name, target);
     }
-
-private:
-    platform::devices& inner_;
 };
 
 TEST_F(DeviceLink, IsDefinedAnewEvenWhenTheOldOneStays) {

@@ -4,6 +4,7 @@
 
 #include "drive/drive_world.h"
 #include "foundation/exc/exceptions.h"
+#include "support/devices_in_front.h"
 
 namespace {
 
@@ -67,26 +68,18 @@ TEST_F(DriveOpening, TellsHowLongAFailedOpeningTook) {
 }
 
 /// Opening fails without a reason.
-class mute_devices final : public platform::devices {
+class mute_devices final : public test_support::devices_in_front {
 public:
+    using devices_in_front::devices_in_front;
+
     platform::device_handle open_device(const std::string&) override {
         platform::system().errors->set_last_error(0);
         return platform::invalid_device;
     }
-    bool close_device(platform::device_handle) override { return false; }
-    bool control(platform::device_handle, std::uint32_t, std::span<const std::uint8_t>, std::span<std::uint8_t>,
-                 std::uint32_t&) override {
-        return false;
-    }
-    bool pass_through_direct(platform::device_handle, std::span<std::uint8_t>, std::span<std::uint8_t>, std::uint32_t&) override {
-        return false;
-    }
-    bool query_dos_device(const std::string&, std::string&) override { return false; }
-    bool define_dos_device(std::uint32_t, const std::string&, const std::string&) override { return false; }
 };
 
 TEST_F(DriveOpening, AFailureWithoutANumberHasNoText) {
-    mute_devices mute;
+    mute_devices mute(world.system.devices);
     platform::system_set set = platform::system();
     set.devices = &mute;
     const platform::scoped_system scope(set);

@@ -13,14 +13,15 @@
 #include "changer/changer_interface.h"
 #include "host/diagnostics.h"
 #include "platform/errors.h"
+#include "support/devices_in_front.h"
 #include "support/library_fixture.h"
 
 namespace host_tests {
 
 /// Devices in front of others: a test can make single calls fail before they reach them.
-class faulty_devices final : public platform::devices {
+class faulty_devices final : public test_support::devices_in_front {
 public:
-    explicit faulty_devices(platform::devices& inner) : inner_(inner) {}
+    using devices_in_front::devices_in_front;
 
     /// Both answer an error, or 0 to let the call through.
     std::function<std::uint32_t(const std::string& link)> on_open = [](const std::string&) { return 0u; };
@@ -31,22 +32,13 @@ public:
         if (!passes(on_open(link_name))) {
             return platform::invalid_device;
         }
-        const platform::device_handle device = inner_.open_device(link_name);
+        const platform::device_handle device = devices_in_front::open_device(link_name);
         links_[device] = link_name;
         return device;
     }
-    bool close_device(platform::device_handle device) override { return inner_.close_device(device); }
     bool control(platform::device_handle device, std::uint32_t code, std::span<const std::uint8_t> input,
                  std::span<std::uint8_t> output, std::uint32_t& returned) override {
-        return passes(on_control(links_[device], code, input)) && inner_.control(device, code, input, output, returned);
-    }
-    bool pass_through_direct(platform::device_handle device, std::span<std::uint8_t> block, std::span<std::uint8_t> data,
-                             std::uint32_t& returned) override {
-        return inner_.pass_through_direct(device, block, data, returned);
-    }
-    bool query_dos_device(const std::string& name, std::string& target) override { return inner_.query_dos_device(name, target); }
-    bool define_dos_device(std::uint32_t flags, const std::string& name, const std::string& target) override {
-        return inner_.define_dos_device(flags, name, target);
+        return passes(on_control(links_[device], code, input)) && devices_in_front::control(device, code, input, output, returned);
     }
 
 private:
@@ -57,7 +49,6 @@ private:
         return error == platform::error::success;
     }
 
-    platform::devices& inner_;
     std::map<platform::device_handle, std::string> links_;
 };
 

@@ -8,6 +8,28 @@
 
 namespace platform::linux_os {
 
+namespace {
+
+/// Moves so many bytes, in as many steps as the system likes. `step`: moves some of those behind the first `done`. `at_end`: the
+/// answer when nothing can be moved any more.
+template <typename Step>
+int move_all(std::size_t size, std::size_t& done, int at_end, Step step) {
+    done = 0;
+    while (done < size) {
+        const ssize_t moved = step(done);
+        if (moved < 0 && errno != EINTR) {
+            return errno;
+        }
+        if (moved == 0) {
+            return at_end;
+        }
+        done += moved > 0 ? static_cast<std::size_t>(moved) : 0;
+    }
+    return 0;
+}
+
+}  // namespace
+
 void descriptor::reset() {
     if (number_ >= 0) {
         close(number_);
@@ -28,48 +50,20 @@ int open_descriptor(const std::string& path, int flags, unsigned mode, descripto
 }
 
 int write_all(int number, std::span<const std::uint8_t> data, std::size_t& count) {
-    count = 0;
-    while (count < data.size()) {
-        const ssize_t written = write(number, data.data() + count, data.size() - count);
-        if (written < 0 && errno != EINTR) {
-            return errno;
-        }
-        if (written == 0) {
-            return ENOSPC;
-        }
-        count += written > 0 ? static_cast<std::size_t>(written) : 0;
-    }
-    return 0;
+    return move_all(data.size(), count, ENOSPC,
+                    [=](std::size_t done) { return write(number, data.data() + done, data.size() - done); });
 }
 
 int write_all_at(int number, std::span<const std::uint8_t> data, std::int64_t offset, std::size_t& count) {
-    count = 0;
-    while (count < data.size()) {
-        const ssize_t written = pwrite(number, data.data() + count, data.size() - count, offset + static_cast<std::int64_t>(count));
-        if (written < 0 && errno != EINTR) {
-            return errno;
-        }
-        if (written == 0) {
-            return ENOSPC;
-        }
-        count += written > 0 ? static_cast<std::size_t>(written) : 0;
-    }
-    return 0;
+    return move_all(data.size(), count, ENOSPC, [=](std::size_t done) {
+        return pwrite(number, data.data() + done, data.size() - done, offset + static_cast<std::int64_t>(done));
+    });
 }
 
 int read_all_at(int number, std::span<std::uint8_t> data, std::int64_t offset, std::size_t& count) {
-    count = 0;
-    while (count < data.size()) {
-        const ssize_t got = pread(number, data.data() + count, data.size() - count, offset + static_cast<std::int64_t>(count));
-        if (got < 0 && errno != EINTR) {
-            return errno;
-        }
-        if (got == 0) {
-            return 0;
-        }
-        count += got > 0 ? static_cast<std::size_t>(got) : 0;
-    }
-    return 0;
+    return move_all(data.size(), count, 0, [=](std::size_t done) {
+        return pread(number, data.data() + done, data.size() - done, offset + static_cast<std::int64_t>(done));
+    });
 }
 
 int read_all(int number, std::size_t limit, std::string& content) {

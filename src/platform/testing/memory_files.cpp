@@ -414,11 +414,8 @@ std::uint32_t memory_files::rename_file(const std::u16string& from, const std::u
         return refused;
     }
     const std::lock_guard lock(mutex_);
-    if (!present_.contains(old_name)) {
-        return missing(old_name);
-    }
-    if (!parent_exists(new_name)) {
-        return error::path_not_found;
+    if (const std::uint32_t refused = lacking(old_name, new_name)) {
+        return refused;
     }
     if (present_.contains(new_name) || folders_.contains(new_name)) {
         return error::already_exists;
@@ -426,10 +423,7 @@ std::uint32_t memory_files::rename_file(const std::u16string& from, const std::u
     if (in_use(old_name)) {
         return error::sharing_violation;
     }
-    std::shared_ptr<file_data> data = present_[old_name];
-    present_.erase(old_name);
-    data->path = new_name;
-    present_[new_name] = std::move(data);
+    give_name(old_name, new_name);
     return error::success;
 }
 
@@ -449,11 +443,8 @@ std::uint32_t memory_files::replace_file(const std::u16string& from, const std::
         return refused;
     }
     const std::lock_guard lock(mutex_);
-    if (!present_.contains(old_name)) {
-        return missing(old_name);
-    }
-    if (!parent_exists(new_name)) {
-        return error::path_not_found;
+    if (const std::uint32_t refused = lacking(old_name, new_name)) {
+        return refused;
     }
     if (folders_.contains(new_name)) {
         return error::access_denied;
@@ -461,10 +452,7 @@ std::uint32_t memory_files::replace_file(const std::u16string& from, const std::
     if (in_use(old_name) || in_use(new_name)) {
         return error::sharing_violation;
     }
-    std::shared_ptr<file_data> data = present_[old_name];
-    present_.erase(old_name);
-    data->path = new_name;
-    present_[new_name] = std::move(data);
+    give_name(old_name, new_name);
     // The change of the name is durable; bytes that were never flushed are not, and leave a file without them.
     durable_[new_name] = present_[new_name];
     durable_.erase(old_name);
@@ -621,6 +609,20 @@ void memory_files::add_folders(const std::string& path) {
 
 std::uint32_t memory_files::missing(const std::string& path) const {
     return parent_exists(path) ? error::file_not_found : error::path_not_found;
+}
+
+std::uint32_t memory_files::lacking(const std::string& old_name, const std::string& new_name) const {
+    if (!present_.contains(old_name)) {
+        return missing(old_name);
+    }
+    return parent_exists(new_name) ? error::success : error::path_not_found;
+}
+
+void memory_files::give_name(const std::string& old_name, const std::string& new_name) {
+    std::shared_ptr<file_data> data = present_[old_name];
+    present_.erase(old_name);
+    data->path = new_name;
+    present_[new_name] = std::move(data);
 }
 
 }  // namespace platform::testing

@@ -102,6 +102,9 @@ private:
     [[nodiscard]] std::uint32_t failure(operation what, const std::string& path);
     void add_folders(const std::string& path);
     std::uint32_t missing(const std::string& path) const;
+    /// The error of a change of name for want of the file or of the folder it shall go to; else 0.
+    std::uint32_t lacking(const std::string& old_name, const std::string& new_name) const;
+    void give_name(const std::string& old_name, const std::string& new_name);
     void make_names_durable(const std::string& folder);
 
     const char16_t separator_;

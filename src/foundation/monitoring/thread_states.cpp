@@ -34,12 +34,14 @@ boost::shared_ptr<CThreadState> CThreadStatesCollection::add(std::uint32_t threa
     const auto state = boost::make_shared<CThreadState>(role);
     const lock_t lock(mutex_);
     states_[thread_id] = state;
+    count_.store(states_.size(), std::memory_order_relaxed);
     return state;
 }
 
 void CThreadStatesCollection::remove(std::uint32_t thread_id) {
     const lock_t lock(mutex_);
     states_.erase(thread_id);
+    count_.store(states_.size(), std::memory_order_relaxed);
 }
 
 boost::shared_ptr<CThreadState> CThreadStatesCollection::find(std::uint32_t thread_id) const {
@@ -49,6 +51,9 @@ boost::shared_ptr<CThreadState> CThreadStatesCollection::find(std::uint32_t thre
 }
 
 boost::shared_ptr<CThreadState> CThreadStatesCollection::current() const {
+    if (count_.load(std::memory_order_relaxed) == 0) {
+        return {};
+    }
     platform::process* process = platform::system().process;
     return process == nullptr ? boost::shared_ptr<CThreadState>() : find(process->current_thread_id());
 }

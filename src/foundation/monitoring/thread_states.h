@@ -46,6 +46,8 @@ public:
 private:
     mutable boost::mutex mutex_;
     std::map<std::uint32_t, boost::shared_ptr<CThreadState>> states_;
+    /// How many stand in the table, so that scopes cost no lock while none does. Whoever stands there is sure to see it.
+    std::atomic<std::size_t> count_{0};
     std::atomic<bool> log_threads_{true};
 };
 

@@ -9,6 +9,7 @@
 
 #include "foundation/exc/exceptions.h"
 #include "foundation/logging/log_writer.h"
+#include "foundation/logging/quietly.h"
 #include "foundation/util/common_lib_ctx.h"
 #include "foundation/util/product_options.h"
 #include "foundation/win/paths.h"
@@ -75,7 +76,7 @@ failure_t write_block(const text::wide_string& folder, const std::string& block)
 }  // namespace
 
 perf_log_t& perf_log_t::instance() {
-    static perf_log_t log;
+    static auto& log = *new perf_log_t;  // never gone: a thread may outlive the process's main function
     return log;
 }
 
@@ -130,7 +131,7 @@ void perf_log_t::flush() {
         }
     }
     if (failure.reason != nullptr) {
-        g_libraryLog.LogError(failure.text, *failure.reason);
+        logging::quietly([&failure] { g_libraryLog.LogError(failure.text, *failure.reason); });
     }
 }
 

@@ -4,9 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
+#include <boost/make_shared.hpp>
+
+#include "foundation/logging/log_writer.h"
 #include "foundation/util/product_options.h"
 #include "platform/testing/fakes.h"
 #include "support/perf_scope.h"
@@ -145,6 +149,30 @@ TEST_F(PerfLog, AFailedWriteCostsTheBuffer) {
     system_.files.set_most_moved(1000);
     log_.flush();
     EXPECT_EQ(system_.files.content(record), "100");
+}
+
+/// A look at the log's size that fails.
+class failing_check final : public logging::size_check_t {
+public:
+    void check(logging::receiver::log_file_t& /*receiver*/) override {
+        ++failures;
+        throw std::runtime_error("no room");
+    }
+    int failures = 0;
+};
+
+TEST_F(PerfLog, NoFailureReachesWhatIsObserved) {
+    const auto check = boost::make_shared<failing_check>();
+    logging::log_t::process_log()->set_check_size(check);
+    for (int entry = 1; entry < logging::log_t::entries_between_checks; ++entry) {
+        g_libraryLog.LogMessage("entry");
+    }
+    product_options().perf_buf_size = 1;
+    start();
+    fail(operation::create_folder, 5);
+    EXPECT_NO_THROW(add(file_event::flush_start, CPerfEventArg(1)));
+    EXPECT_EQ(check->failures, 1);
+    logging::log_t::process_log()->set_check_size({});
 }
 
 TEST_F(PerfLog, LosesNoEventOfManyThreads) {

@@ -1,6 +1,7 @@
 #include "foundation/win/win_file.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "foundation/exc/exceptions.h"
 #include "foundation/logging/log_writer.h"
@@ -19,6 +20,8 @@ namespace {
 
 constexpr std::string_view write_failure = "Failed to write data to the file [%1].";
 constexpr std::int64_t delay_step_ms = 100;
+/// Systems count positions with a sign: what passes this one comes out before the start.
+constexpr std::uint64_t last_position = std::numeric_limits<std::int64_t>::max();
 
 /// What a busy network share answers for a while.
 bool is_worth_a_retry(std::uint32_t code) {
@@ -200,7 +203,7 @@ std::uint32_t win_file_t::target_of(std::int64_t distance, seek_method method, s
             return is_async() ? platform::error::not_supported : platform::error::invalid_parameter;
     }
     target = from + static_cast<std::uint64_t>(distance);
-    return distance < 0 && target > from ? platform::error::negative_seek : platform::error::success;
+    return target > last_position ? platform::error::negative_seek : platform::error::success;
 }
 
 void win_file_t::seek_to_begin(std::int64_t distance) {

@@ -54,7 +54,7 @@ public:
     void write(std::string_view text);
     /// The count read, 0 at the end of the file. Moves the position.
     [[nodiscard]] std::size_t read(std::span<std::uint8_t> buffer);
-    /// The position never lies before the start: 131. An unknown method is 87, 50 in async mode.
+    /// The position never lies before the start, nor behind what 63 bits count: 131. An unknown method is 87, 50 in async mode.
     void seek(std::int64_t distance, seek_method method);
     void seek_to_begin(std::int64_t distance = 0);
     void seek_to_end(std::int64_t distance = 0);

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <limits>
 #include <thread>
 
 #include "foundation/exc/exceptions.h"
@@ -239,6 +240,13 @@ TEST_P(AsyncWinFile, FailedSeeksNameTheMethodAndLeaveThePosition) {
               before + "[-1]. Move method: [FILE_BEGIN].\n--tr:Error code: 0x00000083");
     EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { file.seek(-3, win::seek_method::current); }),
               before + "[-3]. Move method: [FILE_CURRENT].\n--tr:Error code: 0x00000083");
+    constexpr std::int64_t farthest = std::numeric_limits<std::int64_t>::max();
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { file.seek(farthest, win::seek_method::current); }),
+              before + "[9223372036854775807]. Move method: [FILE_CURRENT].\n--tr:Error code: 0x00000083");
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { file.seek(farthest, win::seek_method::end); }),
+              before + "[9223372036854775807]. Move method: [FILE_END].\n--tr:Error code: 0x00000083");
+    EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { file.seek(std::numeric_limits<std::int64_t>::min(), win::seek_method::end); }),
+              before + "[-9223372036854775808]. Move method: [FILE_END].\n--tr:Error code: 0x00000083");
     fail(operation::size, 5);
     EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { file.seek(-1, win::seek_method::end); }),
               "Access is denied.\n" + text + "[-1]. Move method: [FILE_END].\n--tr:Error code: 0x00000005");

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "foundation/exc/exceptions.h"
 #include "platform/testing/fakes.h"
 #include "support/failure_text.h"
@@ -181,6 +183,8 @@ TEST_F(WinFile, PositionNeverLiesBeforeTheStart) {
               "Seek operation has failed. File: [C:\\a.bin]. Distance to move: [-3]. Move method: [FILE_CURRENT].\n"
               "--tr:Error code: 0x00000083");
     EXPECT_THROW(file.seek_to_begin(-1), exc::win_sys_exc_t);
+    EXPECT_THROW(file.seek(std::numeric_limits<std::int64_t>::max(), win::seek_method::current), exc::win_sys_exc_t);
+    EXPECT_THROW(file.seek_to_end(std::numeric_limits<std::int64_t>::min()), exc::win_sys_exc_t);
     EXPECT_EQ(file.position(), 2U);
 }
 

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <memory>
@@ -6,13 +7,19 @@
 #include <thread>
 #include <vector>
 
+#include <boost/make_shared.hpp>
+
+#include "foundation/io/request/baseimpl/basic_async_request_processor.h"
 #include "foundation/monitoring/thread_states.h"
 #include "foundation/synch/stop_events.h"
 #include "foundation/synch/thread.h"
+#include "foundation/synch/thread_context.h"
 #include "platform/linux/events.h"
 #include "platform/linux/process.h"
 #include "platform/linux/threads.h"
 #include "platform/testing/fakes.h"
+#include "support/failure_text.h"
+#include "support/request_support.h"
 
 namespace {
 
@@ -116,6 +123,67 @@ TEST_F(ThreadRaces, ManyMayStartThreads) {
     }
     EXPECT_EQ(worked, starters * threads_each);
     EXPECT_EQ(with_a_stop_event, starters * threads_each / 2);
+}
+
+/// As long as it lives, the system has no room for the stack of another thread.
+class no_room_for_threads {
+public:
+    no_room_for_threads() {
+        EXPECT_EQ(pthread_getattr_default_np(&former_), 0);
+        pthread_attr_t giant{};
+        EXPECT_EQ(pthread_attr_init(&giant), 0);
+        EXPECT_EQ(pthread_attr_setstacksize(&giant, std::size_t{1} << 52), 0);
+        EXPECT_EQ(pthread_setattr_default_np(&giant), 0);
+        EXPECT_EQ(pthread_attr_destroy(&giant), 0);
+    }
+    ~no_room_for_threads() {
+        EXPECT_EQ(pthread_setattr_default_np(&former_), 0);
+        EXPECT_EQ(pthread_attr_destroy(&former_), 0);
+    }
+    no_room_for_threads(const no_room_for_threads&) = delete;
+    no_room_for_threads& operator=(const no_room_for_threads&) = delete;
+
+private:
+    pthread_attr_t former_{};
+};
+
+TEST(ThreadStart, ThatFailsLeavesNothingBehind) {
+    platform::testing::test_system system;
+    const auto argument = boost::make_shared<int>(7);
+    {
+        const no_room_for_threads no_room;
+        EXPECT_THROW(thread_t([](const boost::shared_ptr<int>&) { ADD_FAILURE(); }, argument, "role"),
+                     boost::thread_resource_error);
+    }
+    EXPECT_EQ(argument.use_count(), 1);
+    EXPECT_EQ(system.events.open_handles(), 0U);
+    EXPECT_TRUE(system.log.lines().empty());
+    synch::CThreadContext::forget_current();
+}
+
+TEST(ThreadStart, ThatFailsIsAFailureOfTheProcessorOrOfItsDispatcher) {
+    using io::request::baseimpl::basic_async_request_processor_t;
+    platform::testing::test_system system;
+    auto stop_signal = boost::make_shared<synch::completion_port_t>();
+    {
+        const no_room_for_threads no_room;
+        EXPECT_TRUE(test_support::failure_of([&] {
+                        const basic_async_request_processor_t processor(2, stop_signal);
+                    }).ends_with("\n--tr:Failed to initialize asynchronous request processing controller."));
+    }
+    EXPECT_FALSE(stop_signal->is_completed());
+    {
+        basic_async_request_processor_t processor(2, stop_signal);
+        system.events.await_waiting(1);
+        const no_room_for_threads no_room;
+        processor.post(test_support::request_of([] { ADD_FAILURE(); }));
+        test_support::await([&] { return stop_signal->has_error(); });
+        EXPECT_TRUE(stop_signal->error_text().ends_with(
+            "\n--tr:Request dispatching failure.\n--tr:Fatal error of dispatching asynchronous request processing."));
+    }
+    stop_signal.reset();
+    EXPECT_EQ(system.events.open_handles(), 0U);
+    synch::CThreadContext::forget_current();
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ namespace file_access {
 inline constexpr std::uint32_t read = 1;
 inline constexpr std::uint32_t write = 2;
 /// With `write`: each write goes to what is the end of the file then, wherever the position is. It tells a difference only where
-/// others can cut an open file against its sharing. Not for overlapped files.
+/// others can cut an open file against its sharing. 87 for overlapped files.
 inline constexpr std::uint32_t append = 4;
 }  // namespace file_access
 
@@ -49,7 +49,7 @@ public:
     virtual std::uint32_t read(std::span<std::uint8_t> data, std::size_t& count) = 0;
     /// Writes at the position and moves it. `count` tells what was written, also on failure (112: the disk is full).
     virtual std::uint32_t write(std::span<const std::uint8_t> data, std::size_t& count) = 0;
-    /// Sets the position, in bytes from the start.
+    /// Sets the position, in bytes from the start. 87 behind what the system can count, 63 bits at most.
     virtual std::uint32_t seek(std::uint64_t position) = 0;
     virtual std::uint32_t size(std::uint64_t& bytes) = 0;
     /// Cuts the file at the position.

@@ -260,6 +260,9 @@ std::uint32_t linux_files::open_file(const std::u16string& path, std::uint32_t a
 
 std::uint32_t linux_files::open_overlapped(const std::u16string& path, std::uint32_t access, std::uint32_t share,
                                            file_open_mode mode, std::unique_ptr<overlapped_file>& opened) {
+    if ((access & file_access::append) != 0) {
+        return error::invalid_parameter;  // the kernel would write at the end, whatever place is named
+    }
     return open_as(file_style::overlapped, path, access, share, mode, opened);
 }
 

@@ -11,6 +11,8 @@ namespace platform::testing {
 
 namespace {
 
+constexpr std::uint64_t last_position = std::numeric_limits<std::int64_t>::max();
+
 std::string parent_of(const std::string& path) {
     const std::size_t last = path.rfind('/');
     if (last == std::string::npos) {
@@ -61,6 +63,9 @@ public:
         memory_files::file_data* target = nullptr;
         if (const std::uint32_t refused = begin(memory_files::operation::seek, 0, target)) {
             return refused;
+        }
+        if (position > last_position) {
+            return error::invalid_parameter;
         }
         position_ = position;
         return error::success;
@@ -162,8 +167,7 @@ private:
             }
             pending = owner_.pending_;
         }
-        constexpr auto last = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
-        if (offset > last || size > last - offset) {
+        if (offset > last_position || size > last_position - offset) {
             return error::invalid_parameter;
         }
         begun = std::make_unique<operation>(std::move(what), pending);
@@ -267,6 +271,9 @@ std::uint32_t memory_files::open_file(const std::u16string& path, std::uint32_t 
 
 std::uint32_t memory_files::open_overlapped(const std::u16string& path, std::uint32_t access, std::uint32_t share,
                                             file_open_mode mode, std::unique_ptr<overlapped_file>& opened) {
+    if ((access & file_access::append) != 0) {
+        return error::invalid_parameter;
+    }
     std::uint64_t id = 0;
     const std::uint32_t refused = enter(path, access, share, mode, id);
     if (refused == error::success) {

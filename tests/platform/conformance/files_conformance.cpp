@@ -90,6 +90,17 @@ TYPED_TEST(FilesConformance, ReadsAndWritesAtItsPosition) {
     EXPECT_EQ(opened->flush(), 0U);
 }
 
+TYPED_TEST(FilesConformance, RefusesAPositionThatNoFileHas) {
+    const std::unique_ptr<file> opened = this->open(u"a");
+    this->write(*opened, "0123");
+    EXPECT_EQ(opened->seek(1), 0U);
+    EXPECT_EQ(opened->seek(std::uint64_t{1} << 63), error::invalid_parameter);
+    EXPECT_EQ(opened->seek(~std::uint64_t{0}), error::invalid_parameter);
+    EXPECT_EQ(this->read(*opened, 2), "12");
+    EXPECT_EQ(opened->seek(std::uint64_t{1} << 40), 0U);
+    EXPECT_EQ(this->read(*opened, 2), "");
+}
+
 TYPED_TEST(FilesConformance, AppendsWhereverThePositionIs) {
     this->put(u"a", "0123");
     const std::unique_ptr<file> opened = this->open(u"a", read_write | file_access::append, file_share::read);

@@ -162,6 +162,15 @@ TYPED_TEST(OverlappedConformance, OpensAndSharesLikeAnyFile) {
     EXPECT_EQ(result(share_all, file_open_mode::open_existing), error::sharing_violation);
 }
 
+TYPED_TEST(OverlappedConformance, AppendsNothing) {
+    std::unique_ptr<overlapped_file> opened;
+    EXPECT_EQ(this->under_test().open_overlapped(this->path(u"a"), read_write | file_access::append, share_all,
+                                                 file_open_mode::open_always, opened),
+              error::invalid_parameter);
+    EXPECT_EQ(opened, nullptr);
+    EXPECT_FALSE(this->under_test().exists(this->path(u"a")));
+}
+
 TYPED_TEST(OverlappedConformance, SeveralReadsAreUnderWayAtOnce) {
     const std::unique_ptr<overlapped_file> opened = this->open();
     this->write(*opened, 0, "0123456789");

@@ -17,8 +17,9 @@ namespace synch {
 /// A thread of the system's own. It starts with the object's construction and goes on when the object goes. While it works it
 /// stands under its role in the table of threads and in what debuggers show, and has the stop event of the thread that started it.
 ///
-/// The function reports its own failures: a `std::exception` that leaves it ends the thread without a word. Function and argument
-/// are destroyed by the thread itself, before it counts as finished; after that it touches nothing of the system.
+/// The function reports its own failures: a `std::exception` that leaves it ends the thread without a word, anything else that does
+/// ends the process. Function and argument are destroyed by the thread itself, before it counts as finished; after that it touches
+/// nothing of the system. Nobody can wait for a thread whose object has gone, so the system has to outlive that one.
 ///
 /// Callable from any thread; the destructor by one, when no other uses the object.
 class thread_t {

@@ -111,6 +111,32 @@ TEST_F(Entry, WarningsOfTheStartStandBehindTheBanner) {
     EXPECT_EQ(*(end + 1), "WARN|There is no settings file.");
 }
 
+TEST_F(Entry, CrashesLeaveADumpBesideTheLog) {
+    EXPECT_EQ(run(), 1);
+    ASSERT_NE(system_.crash.present, nullptr);
+    EXPECT_EQ(system_.crash.happen({}), 1);
+    EXPECT_TRUE(system_.files.content("C:\\T\\TAPE_crash_0.log"));
+    const std::vector<std::string> lines = file_lines();
+    EXPECT_TRUE(has(lines, "Writing legacy dump. Dump path: C:\\T\\TAPE_crash_0.log."));
+    EXPECT_TRUE(has(lines, "Crash handlers were successfully executed."));
+}
+
+TEST_F(Entry, TheCrashHandlerIsThereBeforeTheSettings) {
+    system_.registry.set_dword(tape_key, "UserSlotPortion", 65536);
+    EXPECT_THROW(run(), exc::runtime_exc_t);
+    EXPECT_NE(system_.crash.present, nullptr);
+}
+
+TEST_F(Entry, ACrashHandlerThatIsRefusedStopsNothing) {
+    system_.crash.filter_error = 8;
+    warnings_ = {"There is no settings file."};
+    EXPECT_EQ(run(), 1);
+    const std::vector<std::string> lines = file_lines();
+    const auto refused = std::find(lines.begin(), lines.end(), "ERR |Cannot supersede crash handler.");
+    EXPECT_LT(std::find(lines.begin(), lines.end(), "WARN|There is no settings file."), refused);
+    EXPECT_LT(refused, std::find(lines.begin(), lines.end(), "tap| No adding postfix for drives serial names."));
+}
+
 TEST_F(Entry, DebugServesUntilItIsTold) {
     add_words({u"-DEBUG"});
     EXPECT_EQ(run(), 0);

@@ -77,9 +77,19 @@ TEST_F(LogSetup, PathsJoinWithTheSystemsSeparator) {
     EXPECT_THAT(messages, IsEmpty());
 }
 
+TEST_F(LogSetup, TellsThePathThatTheLogHasOrWasToHave) {
+    const std::vector<std::u16string> named{u"svc.exe", u"-log", u"C:\\x\\y.log"};
+    EXPECT_EQ(logging::initialize_log(u"d.log", named), u"C:\\x\\y.log");
+    EXPECT_EQ(logging::initialize_log(u"d.log", named), u"C:\\x\\y.1.log") << "the first one is still open";
+    system_.files.set_failure([](platform::testing::memory_files::operation what, const std::string& /*path*/) {
+        return what == platform::testing::memory_files::operation::open ? platform::error::access_denied : 0U;
+    });
+    EXPECT_EQ(logging::initialize_log(u"d.log", named), u"C:\\x\\y.log");
+}
+
 TEST_F(LogSetup, EmptyPathMeansStandardOutput) {
     ::testing::internal::CaptureStdout();
-    logging::initialize_log(u"d.log", {u"svc.exe", u"-log", u""});
+    EXPECT_EQ(logging::initialize_log(u"d.log", {u"svc.exe", u"-log", u""}), u"");
     g_log.LogInfo("Hello");
     logging::log_t::process_log()->set_receiver({});
     const std::string border = std::string(74, '/') + "\n";

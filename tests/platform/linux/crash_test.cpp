@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -17,6 +18,13 @@
 
 #include "platform/linux/crash_signals.h"
 #include "support/temporary_folder.h"
+
+#if defined(__SANITIZE_THREAD__)
+/// Who handles a crash takes memory in a signal's handler, and knows what that may cost.
+extern "C" const char* __tsan_default_options() {
+    return "report_signal_unsafe=0";
+}
+#endif
 
 namespace {
 
@@ -50,6 +58,8 @@ void become_ordinary() {
     stack_t none{};
     none.ss_flags = SS_DISABLE;
     sigaltstack(&none, nullptr);
+    const rlimit no_core{};
+    setrlimit(RLIMIT_CORE, &no_core);
 }
 
 void watch(crash_hooks hooks = {}) {

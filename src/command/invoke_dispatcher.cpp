@@ -1,11 +1,15 @@
 #include "command/invoke_dispatcher.h"
 
+#include <utility>
+
 #include "command/com_scope.h"
 #include "foundation/exc/exceptions.h"
 #include "foundation/logging/log_writer.h"
 #include "foundation/security/client_check.h"
 #include "foundation/text/ascii.h"
 #include "foundation/text/conversion.h"
+#include "platform/accounts.h"
+#include "platform/system.h"
 
 InvokeResult MakeErrorResult(const std::exception& e) {
     const char* what = e.what();
@@ -36,6 +40,21 @@ void log_call_line(std::string_view tag, const std::u16string& procedure, std::u
     line.push_back(':');
     append_ansi(line, text);
     g_rpcLog.LogMessage(line);
+}
+
+/// Says who makes the calls of this thread from now on, when that changes, and now and then again, since the log's older lines move
+/// to archives.
+void log_caller() {
+    constexpr std::uint32_t calls_between = 100;
+    thread_local std::string told;
+    thread_local std::uint32_t calls_since = 0;
+    std::string caller = platform::system().accounts->client_text();
+    if (caller.empty() || (caller == told && ++calls_since < calls_between)) {
+        return;
+    }
+    g_rpcLog.LogMessage("This thread serves " + text::wide_to_ansi_safe(text::utf8_to_wide_safe(caller)) + ".");
+    told = std::move(caller);
+    calls_since = 0;
 }
 
 }  // namespace
@@ -72,6 +91,7 @@ InvokeResult IInvokeDispatcher::ProcessCall(const char16_t* procedure, const cha
     std::u16string procedure_name;
     std::u16string input_text;
     try {
+        log_caller();
         CheckRpcClientAuthorised();
         if (procedure == nullptr) {
             throw exc::runtime_exc_t("Procedure name is not specified.");

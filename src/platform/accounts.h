@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace platform {
@@ -41,6 +42,9 @@ public:
     [[nodiscard]] virtual std::uint32_t client_groups_size(client_context context) = 0;
     /// The caller's groups in the system's order. False: the reason is in the last error.
     virtual bool client_groups(client_context context, std::vector<group_entry>& groups) = 0;
+
+    /// Who calls and from where, for the log, UTF-8: "[DOMAIN\user] at [192.0.2.7]". Empty: not known.
+    [[nodiscard]] virtual std::string client_text() { return {}; }
 
     /// Makes a well-known identifier. False: the reason is in the last error.
     virtual bool create_well_known_sid(std::uint32_t which, sid_bytes& sid) = 0;

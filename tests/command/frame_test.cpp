@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <thread>
 
 #include "command/com_scope.h"
@@ -100,6 +102,40 @@ TEST_F(Frame, LogsEnteringAndLeaving) {
     EXPECT_EQ(std::vector<std::string>(first, lines.end()),
               (std::vector<std::string>{"rpc| ", "rpc| [SoapEnter] Procedure:<InputArguments />",
                                         "rpc| [SoapExit] Procedure:<OutputArguments><A value=\"true\" /></OutputArguments>"}));
+}
+
+TEST_F(Frame, TheLogTellsWhoCallsWhenThatChangesAndAfterAHundredCalls) {
+    const auto told = [this] {
+        const std::vector<std::string> lines = system_.log.lines();
+        std::vector<std::string> callers;
+        std::copy_if(lines.begin(), lines.end(), std::back_inserter(callers),
+                     [](const std::string& line) { return line.starts_with("rpc| This thread serves "); });
+        system_.log.clear();
+        return callers;
+    };
+    const auto one_call = [this] { run([](const CInputArguments&, COutputArguments&) {}); };
+    const std::vector<std::string> anna{"rpc| This thread serves [VM\\Anna 100%1] at [192.0.2.7]."};
+    system_.accounts.set_client_text("[VM\\Anna 100%1] at [192.0.2.7]");
+    one_call();
+    EXPECT_EQ(system_.log.lines().front(), anna.front());
+    EXPECT_EQ(told(), anna);
+    for (int i = 0; i < 99; ++i) {
+        one_call();
+    }
+    EXPECT_TRUE(told().empty());
+    one_call();
+    EXPECT_EQ(told(), anna);
+    system_.accounts.set_ordinary_user();
+    system_.accounts.set_client_text("[root] on this machine");
+    one_call();
+    const std::vector<std::string> refused = system_.log.lines();
+    EXPECT_EQ(refused.at(0), "rpc| This thread serves [root] on this machine.");
+    EXPECT_EQ(refused.at(1), "rpc| ERR |RPC method call has failed ().");
+    std::thread([&] { one_call(); }).join();
+    EXPECT_EQ(told().size(), 2u) << "each thread tells";
+    system_.accounts.set_client_text("");
+    one_call();
+    EXPECT_TRUE(told().empty());
 }
 
 TEST_F(Frame, LogsPercentSignsAsTheyAre) {

@@ -54,6 +54,16 @@ std::uint32_t fake_accounts::free_client_context(client_context context) {
     return contexts_.erase(context) == 1 ? 0 : error::invalid_handle;
 }
 
+std::string fake_accounts::client_text() {
+    const std::lock_guard lock(mutex_);
+    return client_text_;
+}
+
+void fake_accounts::set_client_text(std::string text) {
+    const std::lock_guard lock(mutex_);
+    client_text_ = std::move(text);
+}
+
 std::uint32_t fake_accounts::client_groups_size(client_context context) {
     const std::lock_guard lock(mutex_);
     if (!contexts_.contains(context)) {

@@ -4,6 +4,7 @@
 #include <initializer_list>
 #include <mutex>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "platform/accounts.h"
@@ -22,6 +23,7 @@ public:
     std::uint32_t free_client_context(client_context context) override;
     [[nodiscard]] std::uint32_t client_groups_size(client_context context) override;
     bool client_groups(client_context context, std::vector<group_entry>& groups) override;
+    [[nodiscard]] std::string client_text() override;
     bool create_well_known_sid(std::uint32_t which, sid_bytes& sid) override;
 
     /// A caller in these groups, in this order.
@@ -30,6 +32,8 @@ public:
     void set_administrator();
     /// A caller in Everyone only.
     void set_ordinary_user();
+    /// What the log calls the caller from now on; nothing until then.
+    void set_client_text(std::string text);
     /// Nobody calls, or the caller can't be told: opening a context answers this status.
     void set_no_caller(std::uint32_t status);
     /// The named step fails with this from now on; 0 lets it work.
@@ -48,6 +52,7 @@ private:
     std::uint32_t groups_error_ = 0;
     std::uint32_t sid_error_ = 0;
     std::vector<group_entry> groups_;
+    std::string client_text_;
     std::set<client_context> contexts_;
     client_context next_ = 0x7000;
     std::size_t open_calls_ = 0;

@@ -124,6 +124,22 @@ TEST_F(LinuxAccounts, AThreadThatServesNoCallHasNoCaller) {
     EXPECT_EQ(77U, context);
 }
 
+TEST_F(LinuxAccounts, TheLogsTextOfACallerSaysWhoAndWhere) {
+    EXPECT_EQ("", accounts.client_text()) << "no call";
+    const std::string address = "192.0.2.7";
+    const auto text_of = [&](const client_identity& identity, const std::string* where) {
+        const call_scene scene{&identity, auth_level::integrity, 0, where};
+        const current_call_scope call(scene);
+        return accounts.client_text();
+    };
+    EXPECT_EQ("[VM\\anna] at [192.0.2.7]", text_of(remote("VM\\anna"), &address));
+    EXPECT_EQ("[VM\\anna]", text_of(remote("VM\\anna"), nullptr));
+    EXPECT_EQ("[someone] on this machine", text_of(local_user(1000, 100), &address));
+    client_identity nobody;
+    nobody.name = "CORP\\Anna";
+    EXPECT_EQ("somebody who gave no proof at [192.0.2.7]", text_of(nobody, &address));
+}
+
 TEST_F(LinuxAccounts, ACallerWithoutProofHasNoContext) {
     client_identity nobody;
     nobody.name = "CORP\\Anna";

@@ -138,7 +138,7 @@ std::uint32_t dispatch(const rpc_call& call, rpc_reply& reply) {
     request.little_endian = call.little_endian;
     try {
         complete(*call.identity);
-        const call_scene scene{call.identity, call.protection.level, call.local_ipv4};
+        const call_scene scene{call.identity, call.protection.level, call.local_ipv4, call.address};
         const current_call_scope scope(scene);
         return call.target->description.dispatch(request, reply);
     } catch (const std::bad_alloc&) {

@@ -43,6 +43,7 @@ struct rpc_call {
     pdu_protection protection;
     std::uint16_t max_fragment = 0;  ///< longest PDU that the client takes
     std::uint32_t local_ipv4 = 0;
+    const std::string* address = nullptr;  ///< the caller's, for the log
 
     [[nodiscard]] std::span<const std::uint8_t> all_stub() const { return borrowed_stub.empty() ? stub : borrowed_stub; }
     /// Copies borrowed stub data, so that the PDU may go.

@@ -3,6 +3,7 @@
 #include "platform/linux/rpc/security_context.h"
 
 #include <cstdint>
+#include <string>
 
 namespace platform::linux_rpc {
 
@@ -10,7 +11,8 @@ namespace platform::linux_rpc {
 struct call_scene {
     const client_identity* identity = nullptr;  ///< never null; `authenticated` is false for a caller who gave no proof
     auth_level level = auth_level::none;        ///< how the call's PDUs are protected
-    std::uint32_t local_ipv4 = 0;  ///< address of this machine that the caller reached, host byte order; 0: not by IPv4
+    std::uint32_t local_ipv4 = 0;          ///< address of this machine that the caller reached, host byte order; 0: not by IPv4
+    const std::string* address = nullptr;  ///< where the caller is, for the log; null: not known
 };
 
 /// The call that the calling thread serves at the moment; null when it serves none. Valid until the dispatch function returns.

@@ -118,6 +118,19 @@ std::uint32_t linux_accounts::free_client_context(client_context context) {
     return own_contexts().remove(context) ? rpc_status::ok : error::invalid_parameter;
 }
 
+std::string linux_accounts::client_text() {
+    const call_scene* const call = current_call();
+    if (call == nullptr) {
+        return {};
+    }
+    const client_identity& identity = *call->identity;
+    const std::string who = identity.authenticated ? "[" + identity.name + "]" : "somebody who gave no proof";
+    if (identity.local) {
+        return who + " on this machine";
+    }
+    return call->address == nullptr || call->address->empty() ? who : who + " at [" + *call->address + "]";
+}
+
 std::uint32_t linux_accounts::client_groups_size(client_context context) {
     const caller* const found = own_contexts().find(context);
     if (found == nullptr || (found->groups.empty() && found->error == 0)) {

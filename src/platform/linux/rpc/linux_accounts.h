@@ -49,6 +49,7 @@ public:
     std::uint32_t free_client_context(client_context context) override;
     [[nodiscard]] std::uint32_t client_groups_size(client_context context) override;
     bool client_groups(client_context context, std::vector<group_entry>& groups) override;
+    [[nodiscard]] std::string client_text() override;
     bool create_well_known_sid(std::uint32_t which, sid_bytes& sid) override;
 
 private:

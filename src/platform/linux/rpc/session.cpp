@@ -358,6 +358,7 @@ request_assembly::request& session::begin_request(const pdu_header& header, cons
     call.answered = !header.has(pdu_flag::maybe);
     call.max_fragment = max_transmit_;
     call.local_ipv4 = peer_.local_ipv4;
+    call.address = &peer_.address;
     call.identity = security != nullptr ? &security->identity : &peer_.identity;
     call.protection = security != nullptr ? pdu_protection{security->type, security->level, security->id, security->context.get()}
                                           : pdu_protection{};

@@ -77,8 +77,8 @@ TEST_F(BuiltinInterfacesTest, AMappersPortThatIsTakenIsToldAndHarmsNothing) {
     rpc_server_options options = loopback_options();
     options.endpoint_mapper_port = server.port();
     test_server other(options);
-    EXPECT_THAT(other.events(),
-                testing::Contains("The endpoint mapper's port " + std::to_string(server.port()) + " cannot be used: status 1740."));
+    EXPECT_THAT(other.events(), testing::Contains("The endpoint mapper's port " + std::to_string(server.port()) +
+                                                  " cannot be used: Address already in use (status 1740)."));
     auto client = rpc_client::connect_tcp("127.0.0.1", other.port(), 10s);
     client.bind(mapper_id, 10s);
     EXPECT_FALSE(client.call(3, map_request(tower_for(test_interface, 0, bytes(4))), 10s).empty());

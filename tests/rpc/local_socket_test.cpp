@@ -47,6 +47,20 @@ TEST_F(LocalSocketTest, ModeIsAsSetAndTheFileGoesAtTheStop) {
     EXPECT_NE(lstat(options.local_socket.c_str(), &file), 0);
 }
 
+TEST_F(LocalSocketTest, TheReasonWhyThereIsNoneIsTold) {
+    const auto told = [this](const std::string& path) {
+        options.local_socket = path;
+        test_server server(options);
+        const std::vector<std::string> events = server.events();
+        const std::string start = "The local socket '" + path + "' cannot be used: ";
+        return events.size() == 1 && events.front().starts_with(start) ? events.front().substr(start.size()) : "not told so";
+    };
+    EXPECT_EQ(told(folder / "no/folder/s"), "No such file or directory (status 1720).");
+    std::ofstream(folder / "file") << "kept";
+    EXPECT_EQ(told(folder / "file"), "something that is no socket has this name (status 1740).");
+    EXPECT_EQ(told(folder / std::string(200, 'x')), "the path of a socket has 1 to 107 bytes (status 1707).");
+}
+
 TEST_F(LocalSocketTest, FileThatADeadServerLeftIsReplaced) {
     const int dead = socket(AF_UNIX, SOCK_STREAM, 0);
     sockaddr_un address{};
@@ -64,8 +78,8 @@ TEST_F(LocalSocketTest, SocketThatSomebodyAnswersOnStaysHis) {
     test_server first(options);
     test_server second(options);
     EXPECT_EQ(second->local_socket_status(), 1740U);
-    EXPECT_THAT(second.events(),
-                testing::ElementsAre("The local socket '" + options.local_socket + "' cannot be used: status 1740."));
+    EXPECT_THAT(second.events(), testing::ElementsAre("The local socket '" + options.local_socket +
+                                                      "' cannot be used: another server is there (status 1740)."));
     raw_connection tcp(second.port());
     EXPECT_EQ(type_of(tcp.exchange(bind_pdu())), 12U) << "the start goes on without it";
     (void)second->stop_listening();

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <system_error>
 #include <utility>
 
 #include "platform/errors.h"
@@ -162,8 +163,14 @@ void listening_socket::close() {
     }
 }
 
-std::uint32_t listening_socket::listen_now() {
-    return ::listen(handle_, SOMAXCONN) == 0 ? rpc_status::ok : status_of_errno(errno);
+std::uint32_t listening_socket::fail(std::uint32_t status, std::string reason) {
+    close();
+    reason_ = std::move(reason);
+    return status;
+}
+
+std::uint32_t listening_socket::fail_by(int number) {
+    return fail(status_of_errno(number), std::generic_category().message(number));
 }
 
 std::uint32_t listening_socket::open_tcp(const std::string& address, std::uint16_t port) {
@@ -171,7 +178,7 @@ std::uint32_t listening_socket::open_tcp(const std::string& address, std::uint16
     socket_address where;
     const bool all = address.empty();
     if (!make_address(all ? "::" : address, port, where)) {
-        return invalid_network_address;
+        return fail(invalid_network_address, "'" + address + "' is no IP address");
     }
     handle_ = ::socket(where.storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (handle_ < 0 && all) {
@@ -180,7 +187,7 @@ std::uint32_t listening_socket::open_tcp(const std::string& address, std::uint16
         handle_ = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     }
     if (handle_ < 0) {
-        return status_of_errno(errno);
+        return fail_by(errno);
     }
     family_ = where.storage.ss_family;
     const int on = 1;
@@ -189,18 +196,35 @@ std::uint32_t listening_socket::open_tcp(const std::string& address, std::uint16
     if (family_ == AF_INET6) {
         (void)setsockopt(handle_, IPPROTO_IPV6, IPV6_V6ONLY, &only_v6, sizeof(only_v6));
     }
-    std::uint32_t status = bind(handle_, where.get(), where.size) == 0 ? rpc_status::ok : status_of_errno(errno);
-    if (status == rpc_status::ok) {
-        status = listen_now();
+    if (bind(handle_, where.get(), where.size) != 0 || ::listen(handle_, SOMAXCONN) != 0) {
+        return fail_by(errno);
     }
     socket_address bound;
-    if (status == rpc_status::ok && getsockname(handle_, bound.get(), &bound.size) == 0) {
+    if (getsockname(handle_, bound.get(), &bound.size) == 0) {
         port_ = port_of(bound);
     }
-    if (status != rpc_status::ok) {
-        close();
+    return rpc_status::ok;
+}
+
+/// What a server that died left behind goes, unless somebody answers. Anything but a socket is not ours to remove.
+std::uint32_t listening_socket::make_room(const std::string& path, const sockaddr_un& where) {
+    struct stat file {};
+    if (lstat(path.c_str(), &file) != 0) {
+        return rpc_status::ok;
     }
-    return status;
+    if (!S_ISSOCK(file.st_mode)) {
+        return fail(rpc_status::duplicate_endpoint, "something that is no socket has this name");
+    }
+    const int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    const bool answered = connect(probe, reinterpret_cast<const sockaddr*>(&where), sizeof(where)) == 0;
+    const int refusal = answered ? 0 : errno;
+    (void)::close(probe);
+    if (refusal != ECONNREFUSED) {
+        return fail(rpc_status::duplicate_endpoint,
+                    refusal == 0 || refusal == EAGAIN ? "another server is there" : std::generic_category().message(refusal));
+    }
+    return unlink(path.c_str()) == 0 ? rpc_status::ok
+                                     : fail(rpc_status::duplicate_endpoint, std::generic_category().message(errno));
 }
 
 std::uint32_t listening_socket::open_local(const std::string& path, std::uint32_t mode) {
@@ -208,36 +232,27 @@ std::uint32_t listening_socket::open_local(const std::string& path, std::uint32_
     sockaddr_un where{};
     where.sun_family = AF_UNIX;
     if (path.empty() || path.size() >= sizeof(where.sun_path)) {
-        return invalid_network_address;
+        return fail(invalid_network_address,
+                    "the path of a socket has 1 to " + std::to_string(sizeof(where.sun_path) - 1) + " bytes");
     }
     path.copy(where.sun_path, path.size());
     make_parent_folder(path);
     family_ = AF_UNIX;
     handle_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (handle_ < 0) {
-        return status_of_errno(errno);
+        return fail_by(errno);
     }
-    const auto* address = reinterpret_cast<const sockaddr*>(&where);
-    struct stat file {};
-    if (lstat(path.c_str(), &file) == 0) {
-        // Left behind by a server that died, unless somebody answers. Anything but a socket is not ours to remove.
-        const int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-        const bool dead = S_ISSOCK(file.st_mode) && connect(probe, address, sizeof(where)) != 0 && errno == ECONNREFUSED;
-        (void)::close(probe);
-        if (!dead || unlink(path.c_str()) != 0) {
-            close();
-            return rpc_status::duplicate_endpoint;
-        }
+    if (const std::uint32_t status = make_room(path, where); status != rpc_status::ok) {
+        return status;
     }
-    std::uint32_t status = bind(handle_, address, sizeof(where)) == 0 ? rpc_status::ok : status_of_errno(errno);
-    if (status == rpc_status::ok) {
-        path_ = path;
-        status = chmod(path.c_str(), mode) == 0 ? listen_now() : status_of_errno(errno);
+    if (bind(handle_, reinterpret_cast<const sockaddr*>(&where), sizeof(where)) != 0) {
+        return fail_by(errno);
     }
-    if (status != rpc_status::ok) {
-        close();
+    path_ = path;
+    if (chmod(path.c_str(), mode) != 0 || ::listen(handle_, SOMAXCONN) != 0) {
+        return fail_by(errno);
     }
-    return status;
+    return rpc_status::ok;
 }
 
 listener::listener(network_loop& home, std::vector<network_loop*> loops, listening_socket socket)

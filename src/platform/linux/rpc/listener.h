@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/un.h>
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -24,22 +26,29 @@ public:
     /// Listens on a TCP port: `address` a numeric one, or empty for all; port 0 lets the system choose. Returns an RPC or
     /// system status, 0 for success.
     std::uint32_t open_tcp(const std::string& address, std::uint16_t port);
-    /// Listens on a Unix-domain socket. A socket file that nobody answers on any more is replaced; 1740: somebody does.
+    /// Listens on a Unix-domain socket. A socket file that nobody answers on any more is replaced; 1740: somebody does, or the name
+    /// belongs to what is no socket.
     std::uint32_t open_local(const std::string& path, std::uint32_t mode);
 
     [[nodiscard]] int handle() const { return handle_; }
     [[nodiscard]] int family() const { return family_; }
     [[nodiscard]] std::uint16_t port() const { return port_; }
     [[nodiscard]] const std::string& path() const { return path_; }
+    /// Why the last opening failed, for the log: the system's own words, or ours where it has none.
+    [[nodiscard]] const std::string& reason() const { return reason_; }
 
 private:
-    std::uint32_t listen_now();
     void close();
+    /// Keeps the reason of a failure and closes; gives back the status.
+    std::uint32_t fail(std::uint32_t status, std::string reason);
+    std::uint32_t fail_by(int number);
+    [[nodiscard]] std::uint32_t make_room(const std::string& path, const sockaddr_un& where);
 
     int handle_ = -1;
     int family_ = 0;
     std::uint16_t port_ = 0;
     std::string path_;  ///< of the socket file, which goes when the socket does
+    std::string reason_;
 };
 
 /// Accepts connections and spreads them over the loops. Lives on the thread of `home`.

@@ -155,7 +155,8 @@ void rpc_server::state::open_local_socket() {
     if (local_status == rpc_status::ok) {
         endpoints.push_back(std::move(socket));
     } else {
-        core.report("The local socket '" + options.local_socket + "' cannot be used: status " + std::to_string(local_status) + ".");
+        core.report("The local socket '" + options.local_socket + "' cannot be used: " + socket.reason() + " (status " +
+                    std::to_string(local_status) + ").");
     }
 }
 
@@ -171,8 +172,8 @@ void rpc_server::state::open_mapper_port() {
     if (status == rpc_status::ok) {
         endpoints.push_back(std::move(socket));
     } else {
-        core.report("The endpoint mapper's port " + std::to_string(port) + " cannot be used: status " + std::to_string(status) +
-                    ".");
+        core.report("The endpoint mapper's port " + std::to_string(port) + " cannot be used: " + socket.reason() + " (status " +
+                    std::to_string(status) + ").");
     }
 }
 

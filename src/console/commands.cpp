@@ -4,9 +4,11 @@
 #include <array>
 #include <cstdio>
 #include <ostream>
+#include <string_view>
 
 #include "console/answer.h"
 #include "console/json_output.h"
+#include "console/shown_text.h"
 #include "console/table.h"
 #include "foundation/text/conversion.h"
 
@@ -54,6 +56,16 @@ std::string state_of(const element_view& view) {
         state += code.data();
     }
     return state;
+}
+
+/// Names become those of XML elements.
+bool can_name_an_argument(const std::string& name) {
+    constexpr std::string_view letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_";
+    constexpr std::string_view others = "0123456789.-";
+    return !name.empty() && letters.find(name.front()) != std::string_view::npos &&
+           std::all_of(name.begin(), name.end(), [&](char unit) {
+               return letters.find(unit) != std::string_view::npos || others.find(unit) != std::string_view::npos;
+           });
 }
 
 void report_move(const output& out, const element_reference& from, const element_reference& to) {
@@ -129,9 +141,10 @@ void load(library_view& library, const std::string& link, std::uint32_t slot, st
     move(library, link, {element_kind::slot, slot}, {element_kind::drive, drive}, out);
 }
 
-void unload(library_view& library, const std::string& link, std::uint32_t drive, std::int64_t slot, const output& out) {
-    element_reference to{element_kind::slot, static_cast<std::uint32_t>(slot)};
-    if (slot < 0) {
+void unload(library_view& library, const std::string& link, std::uint32_t drive, std::optional<std::uint32_t> slot,
+            const output& out) {
+    element_reference to{element_kind::slot, slot.value_or(0)};
+    if (!slot) {
         const std::vector<element_view> drives = library.elements(link, element_kind::drive);
         const auto found =
             std::find_if(drives.begin(), drives.end(), [drive](const element_view& view) { return view.element.number == drive; });
@@ -155,7 +168,7 @@ void show_owner(connection& server, const output& out) {
     if (out.json) {
         print_json(out, {{"owner", owner}});
     } else {
-        out.stream << (owner.empty() ? "The server has no owner yet." : owner) << '\n';
+        out.stream << (owner.empty() ? "The server has no owner yet." : printable(owner)) << '\n';
     }
 }
 
@@ -164,7 +177,7 @@ void set_owner(connection& server, const std::string& name, const output& out) {
     if (out.json) {
         print_json(out, {{"owner", owner}});
     } else {
-        out.stream << "The owner is " << owner << ".\n";
+        out.stream << "The owner is " << printable(owner) << ".\n";
     }
 }
 
@@ -173,7 +186,7 @@ void call_procedure(connection& server, const std::string& procedure, const std:
     argument_list arguments;
     for (const std::string& word : words) {
         const std::size_t equals = word.find('=');
-        if (equals == 0 || equals == std::string::npos) {
+        if (equals == std::string::npos || !can_name_an_argument(word.substr(0, equals))) {
             throw failure(exit_code::usage, "'" + word + "' is no argument: write Name=value.");
         }
         arguments.emplace_back(word.substr(0, equals), word.substr(equals + 1));

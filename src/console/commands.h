@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,8 +15,9 @@ namespace console {
 void list_changers(library_view& library, const output& out);
 void show_inventory(library_view& library, const std::string& link, bool with_empty_slots, const output& out);
 void load(library_view& library, const std::string& link, std::uint32_t slot, std::uint32_t drive, const output& out);
-/// Without a slot (`slot` below 0) the cartridge goes back to where it came from.
-void unload(library_view& library, const std::string& link, std::uint32_t drive, std::int64_t slot, const output& out);
+/// Without a slot the cartridge goes back to where it came from.
+void unload(library_view& library, const std::string& link, std::uint32_t drive, std::optional<std::uint32_t> slot,
+            const output& out);
 void move(library_view& library, const std::string& link, const element_reference& from, const element_reference& to,
           const output& out);
 void show_owner(connection& server, const output& out);

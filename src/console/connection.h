@@ -52,6 +52,10 @@ struct connection_options {
     std::int64_t timeout_seconds = 3600;  ///< for one call; moves may take minutes
 };
 
+/// The failure that a text of the server means: most say that the call failed, some that the caller isn't let in. What a person can
+/// do about it here is added.
+[[nodiscard]] failure failure_told(const std::string& text);
+
 using argument_list = std::vector<std::pair<std::string, std::string>>;
 
 /// One connection to a tape server.

@@ -63,6 +63,19 @@ json to_json(const alert_view& view) {
         {"alert", view.number}, {"severity", severity_name(view.severity)}, {"message", view.message}, {"actions", view.actions}};
 }
 
+/// A device that can't be asked for its alerts has none, says the server: whoever hears that wants to know which of both it is.
+void check_device(tape_drives& drives, library_view& library, const alert_source& source) {
+    try {
+        if (source.changer) {
+            library.check(source.link);
+        } else {
+            (void)drives.blocks(source.link);
+        }
+    } catch (const failure& e) {
+        throw failure(e.code(), std::string("No alerts were told, but the device can't be asked: ") + e.what());
+    }
+}
+
 std::string ready_or(std::uint32_t status) {
     return status == 0 ? "ready" : meaning_of(status);
 }
@@ -99,7 +112,7 @@ void list_drives(tape_drives& drives, const std::vector<std::string>& left_alone
         std::string blocks = "?";
         if (view.blocks) {
             blocks = text::to_string(view.blocks->smallest) + " to " + text::to_string(view.blocks->largest) + ", default " +
-                     text::to_string(view.blocks->preferred);
+                     (view.blocks->preferred == 0 ? "variable" : text::to_string(view.blocks->preferred));
         }
         rows.add({or_unknown(view.link), view.product, view.serial, or_unknown(view.address), blocks});
     }
@@ -163,8 +176,11 @@ alert_source choose_alert_source(tape_drives& drives, library_view& library, con
     return {library.choose_changer(name), true};
 }
 
-void show_alerts(tape_drives& drives, const alert_source& source, const output& out) {
+void show_alerts(tape_drives& drives, library_view& library, const alert_source& source, const output& out) {
     const std::vector<alert_view> alerts = source.changer ? drives.changer_alerts(source.link) : drives.drive_alerts(source.link);
+    if (alerts.empty()) {
+        check_device(drives, library, source);
+    }
     if (out.json) {
         json list = json::array();
         std::transform(alerts.begin(), alerts.end(), std::back_inserter(list),

@@ -26,7 +26,8 @@ struct alert_source {
 };
 /// The device whose alerts are asked for: a drive or a changer by its name, link or serial number.
 [[nodiscard]] alert_source choose_alert_source(tape_drives& drives, library_view& library, const std::string& name);
-void show_alerts(tape_drives& drives, const alert_source& source, const output& out);
+/// A device that tells none is asked something else, so that one that can't be asked at all is told from one that is well.
+void show_alerts(tape_drives& drives, library_view& library, const alert_source& source, const output& out);
 
 /// An operation that destroys data asks the person first, unless `confirmed`.
 void prepare(tape_drives& drives, const std::string& link, const tape_operation& operation, bool immediate, bool confirmed,

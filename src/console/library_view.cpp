@@ -31,13 +31,33 @@ const kind_row& row_of(element_kind kind) {
     return *std::find_if(kinds.begin(), kinds.end(), [kind](const kind_row& row) { return row.kind == kind; });
 }
 
+std::string text_of(const winxml::node_t& parent, const char* name) {
+    const winxml::node_t node = winxml::find_element(parent, name);
+    return node ? winxml::get_text(node) : std::string();
+}
+
+/// The server tells a failure to open a changer as a record, any other as a text.
+std::string failure_text(const std::string& error) {
+    if (!error.starts_with("<Error")) {
+        return error;
+    }
+    try {
+        const winxml::document_t document = winxml::parse_xml(text::utf8_to_wide(error));
+        const winxml::node_t record = winxml::get_element(winxml::document_node(document), "Error");
+        return text_of(record, "ApiMessage") + " (" + text_of(record, "ApiFunctionName") + ", error " + text_of(record, "ApiCode") +
+               ")";
+    } catch (const std::exception&) {
+        return error;
+    }
+}
+
 changer_view read_changer(const winxml::node_t& node) {
     changer_view view;
     view.link = winxml::get_attribute(node, "SymbolicLink");
     const winxml::node_t data = winxml::find_element(node, "Data");
     const winxml::node_t parameters = winxml::find_element(node, "Parameters");
     if (!data || !parameters) {
-        view.error = winxml::get_attribute(node, "Error");
+        view.error = failure_text(winxml::get_attribute(node, "Error"));
         return view;
     }
     view.name = winxml::get_attribute(node, "DeviceName");
@@ -94,6 +114,20 @@ constexpr std::array<move_row, 6> moves = {{
     {element_kind::port, element_kind::slot, "FromIEPortToSlot", "IEPortNum", "SlotNum"},
 }};
 
+void check_number(const changer_view& changer, const element_reference& element) {
+    const std::uint32_t count = element.kind == element_kind::slot   ? changer.slots
+                                : element.kind == element_kind::port ? changer.ports
+                                                                     : changer.drives;
+    if (element.number < count) {
+        return;
+    }
+    const std::string kind = name_of(element.kind);
+    const std::string has = count == 0   ? "it has no " + kind + "s"
+                            : count == 1 ? "its only " + kind + " is " + kind + ":0"
+                                         : "its " + kind + "s are " + kind + ":0 to " + kind + ":" + text::to_string(count - 1);
+    throw failure(exit_code::usage, "The changer " + changer.link + " has no " + to_text(element) + ": " + has + ".");
+}
+
 }  // namespace
 
 const char* name_of(element_kind kind) {
@@ -136,6 +170,11 @@ std::vector<changer_view> library_view::changers() {
     return views;
 }
 
+std::string library_view::keep(const changer_view& view) {
+    chosen_ = view;
+    return view.link;
+}
+
 std::string library_view::choose_changer(const std::string& name) {
     if (name.starts_with("\\\\.\\")) {
         return name;
@@ -143,7 +182,7 @@ std::string library_view::choose_changer(const std::string& name) {
     const std::vector<changer_view> views = changers();
     if (name.empty()) {
         if (views.size() == 1) {
-            return views.front().link;
+            return keep(views.front());
         }
         throw failure(exit_code::usage,
                       views.empty() ? "The server has found no changer."
@@ -151,7 +190,7 @@ std::string library_view::choose_changer(const std::string& name) {
     }
     for (const changer_view& view : views) {
         if (text::compare_no_case(view.link, "\\\\.\\" + name) == 0 || (!view.serial.empty() && view.serial == name)) {
-            return view.link;
+            return keep(view);
         }
     }
     throw failure(exit_code::usage, "The server has no changer '" + name + "' ('tarnoctl changers' lists them).");
@@ -181,6 +220,14 @@ std::vector<element_view> library_view::elements(const std::string& link, elemen
     return views;
 }
 
+void library_view::check(const std::string& link) {
+    const std::string answer = call(by_scsi_ ? "GetChangerByScsi" : "GetChanger", {{"SymLinkName", link}});
+    const std::optional<std::string> error = value_if_there(answer, "Error");
+    if (error) {
+        throw failure(exit_code::call_failed, failure_text(*error));
+    }
+}
+
 void library_view::move(const std::string& link, const element_reference& from, const element_reference& to) {
     const auto* row = std::find_if(moves.begin(), moves.end(), [&](const move_row& candidate) {
         return candidate.from == from.kind && candidate.to == to.kind;
@@ -188,6 +235,13 @@ void library_view::move(const std::string& link, const element_reference& from, 
     if (row == moves.end()) {
         throw failure(exit_code::usage, std::string("The server can't move a cartridge from a ") + name_of(from.kind) + " to a " +
                                             name_of(to.kind) + ".");
+    }
+    if (from.kind == to.kind && from.number == to.number) {
+        throw failure(exit_code::usage, to_text(from) + " can't be moved to itself.");
+    }
+    if (chosen_ && chosen_->link == link && chosen_->error.empty()) {
+        check_number(*chosen_, from);
+        check_number(*chosen_, to);
     }
     call(std::string(row->procedure) + (by_scsi_ ? "ByScsi" : ""), {{"SymLinkName", link},
                                                                     {row->from_argument, text::to_string(from.number)},

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -54,17 +55,24 @@ public:
         : server_(server), owner_(std::move(owner)), by_scsi_(by_scsi) {}
 
     [[nodiscard]] std::vector<changer_view> changers();
-    /// Link of a changer: of the one named ("Changer0", a link, a serial number), or of the only one there is.
+    /// Link of a changer: of the one named ("Changer0", a link, a serial number), or of the only one there is. What was learnt of
+    /// it on the way is kept for `move`.
     [[nodiscard]] std::string choose_changer(const std::string& name);
     [[nodiscard]] std::vector<element_view> elements(const std::string& link, element_kind kind);
+    /// Elements that the changer, as far as it is known, doesn't have are refused here: the server would wait for each as long as
+    /// for one that isn't ready.
     void move(const std::string& link, const element_reference& from, const element_reference& to);
+    /// Throws what the server says of a changer that can't be opened or read.
+    void check(const std::string& link);
 
 private:
+    std::string keep(const changer_view& view);
     std::string call(const std::string& procedure, const argument_list& arguments);
 
     connection& server_;
     std::string owner_;
     bool by_scsi_;
+    std::optional<changer_view> chosen_;
 };
 
 }  // namespace console

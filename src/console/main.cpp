@@ -2,16 +2,21 @@
 
 #include <CLI/CLI.hpp>
 #include <array>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <iostream>
+#include <limits>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "console/commands.h"
 #include "console/console_system.h"
 #include "console/drive_commands.h"
+#include "console/shown_text.h"
 #include "console/terminal.h"
 #include "platform/linux/password_prompt.h"
 
@@ -30,12 +35,16 @@ std::string ask_password(const std::string& user) {
 
 std::string read_password_file(const std::string& path) {
     std::ifstream file(path);
-    std::string password;
-    if (!std::getline(file, password)) {
-        throw failure(exit_code::usage, "The password can't be read from '" + path + "'.");
+    if (!file) {
+        throw failure(exit_code::usage, "The password can't be read from '" + path + "': " + std::strerror(errno) + ".");
     }
+    std::string password;
+    std::getline(file, password);
     if (password.ends_with('\r')) {
         password.pop_back();
+    }
+    if (password.empty()) {
+        throw failure(exit_code::usage, "The password can't be read from '" + path + "': its first line is empty.");
     }
     return password;
 }
@@ -53,6 +62,44 @@ struct options {
     bool by_scsi = false;
     bool json = false;
 };
+
+/// Says of a word that it is no number from `first` to `last`, unless it is one.
+CLI::Validator number_between(std::uint32_t first, std::uint32_t last) {
+    return {[first, last](std::string& word) {
+                const bool digits = !word.empty() && word.size() <= 10 && word.find_first_not_of("0123456789") == std::string::npos;
+                const unsigned long long number = digits ? std::stoull(word) : 0;
+                return digits && number >= first && number <= last
+                           ? std::string()
+                           : "'" + word + "' is no number from " + std::to_string(first) + " to " + std::to_string(last) + ".";
+            },
+            ""};
+}
+
+CLI::Validator element_number() {
+    return number_between(0, 65535);
+}
+
+CLI::Validator task_number() {
+    return number_between(0, std::numeric_limits<std::uint32_t>::max());
+}
+
+CLI::Validator seconds() {
+    return number_between(1, 31'622'400);  // a year
+}
+
+/// One line about a command line that makes no sense, and where to read more.
+std::string usage_text(const CLI::App* app, const CLI::Error& error) {
+    const std::vector<std::string> rest = app->remaining();
+    const CLI::App* const command = app->get_subcommands().empty() ? nullptr : app->get_subcommands().front();
+    std::string what = error.what();
+    if (command == nullptr && !rest.empty()) {
+        what = (rest.front().starts_with('-') ? "There is no option '" : "There is no command '") + rest.front() + "'.";
+    } else if (command == nullptr && dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) {
+        what = "A command is wanted.";
+    }
+    return "tarnoctl: " + console::printable(what) + "\n'tarnoctl " + (command == nullptr ? "" : command->get_name() + " ") +
+           "--help' says more.\n";
+}
 
 /// Cuts "host:port" or "[address]:port" into its halves.
 void split_host(console::connection_options& server) {
@@ -76,6 +123,7 @@ class command_line {
 public:
     command_line() : app_("Console of the tape server.", "tarnoctl") {
         app_.require_subcommand(1);
+        app_.failure_message(usage_text);
         app_.set_version_flag("--version", TARNO_VERSION);
         app_.add_option("--host", options_.server.host,
                         "server on another machine, HOST or HOST:PORT; without it the local socket is used");
@@ -96,7 +144,7 @@ public:
         app_.add_flag("--json", options_.json, "answer as JSON");
         app_.add_option("--timeout", options_.server.timeout_seconds, "seconds to wait for one answer")
             ->capture_default_str()
-            ->check(CLI::PositiveNumber);
+            ->check(seconds());
         app_.fallthrough();
         add_commands();
         app_.footer(
@@ -120,7 +168,7 @@ public:
             }
             return static_cast<int>(outcome_);
         } catch (const failure& e) {
-            std::cerr << "tarnoctl: " << e.what() << '\n';
+            std::cerr << "tarnoctl: " << console::printable(e.what()) << '\n';
             return static_cast<int>(e.code());
         } catch (const std::exception& e) {
             std::cerr << "tarnoctl: " << e.what() << '\n';
@@ -166,7 +214,9 @@ private:
                 console::set_owner(on.server, new_owner_, on.out);
             }
         });
-        owner->add_option("name", new_owner_, "new owner");
+        owner->add_option("name", new_owner_, "new owner")->check([](const std::string& name) {
+            return name.empty() ? std::string("The new owner needs a name.") : std::string();
+        });
     }
 
     void add_library_commands() {
@@ -181,15 +231,15 @@ private:
         CLI::App* load = add("load", "Load a cartridge from a slot into a drive", [this](session& on) {
             console::load(on.library, on.library.choose_changer(options_.changer), slot_, drive_, on.out);
         });
-        load->add_option("slot", slot_, "number of the slot")->required();
-        load->add_option("drive", drive_, "number of the drive")->required();
+        load->add_option("slot", slot_, "number of the slot")->required()->check(element_number());
+        load->add_option("drive", drive_, "number of the drive")->required()->check(element_number());
 
         CLI::App* unload = add("unload", "Put a drive's cartridge into a slot", [this](session& on) {
             console::unload(on.library, on.library.choose_changer(options_.changer), drive_, home_slot_, on.out);
         });
-        unload->add_option("drive", drive_, "number of the drive")->required();
+        unload->add_option("drive", drive_, "number of the drive")->required()->check(element_number());
         unload->add_option("slot", home_slot_, "number of the slot; without it, where the cartridge came from")
-            ->check(CLI::NonNegativeNumber);
+            ->check(element_number());
 
         CLI::App* move = add("move", "Move a cartridge between two elements", [this](session& on) {
             const console::element_reference from = console::parse_element(from_);
@@ -225,7 +275,7 @@ private:
             if (device_.empty() == options_.changer.empty()) {
                 throw failure(exit_code::usage, "Name either a drive or a changer.");
             }
-            console::show_alerts(on.drives,
+            console::show_alerts(on.drives, on.library,
                                  device_.empty() ? console::alert_source{on.library.choose_changer(options_.changer), true}
                                                  : console::choose_alert_source(on.drives, on.library, device_),
                                  on.out);
@@ -254,11 +304,29 @@ private:
 
         CLI::App* task = add("task", "Show how a task stands",
                              [this](session& on) { outcome_ = console::show_task(on.drives, task_, wait_, on.who, on.out); });
-        task->add_option("number", task_, "number of the task")->required();
+        task->add_option("number", task_, "number of the task")->required()->check(task_number());
         task->add_flag("--wait", wait_, "stay until it has ended");
     }
 
+    /// An option that would mean nothing without a host hints at one that was forgotten.
+    void check_way_to_server() const {
+        const bool has_host = app_.count("--host") != 0;
+        if (has_host && options_.server.host.empty()) {
+            throw failure(exit_code::usage, "--host needs the name of a server.");
+        }
+        if (has_host && app_.count("--socket") != 0) {
+            throw failure(exit_code::usage, "A server is reached by --host or by --socket, not by both.");
+        }
+        for (const char* option : {"--user", "--password-file", "--authentication", "--service"}) {
+            if (!has_host && app_.count(option) != 0) {
+                throw failure(exit_code::usage,
+                              std::string(option) + " is for --host: over the local socket the system tells who calls.");
+            }
+        }
+    }
+
     void connect_and_run() {
+        check_way_to_server();
         if (!options_.server.host.empty()) {
             split_host(options_.server);
             if (!options_.server.user.empty()) {
@@ -282,7 +350,7 @@ private:
     std::string new_owner_;
     std::uint32_t slot_ = 0;
     std::uint32_t drive_ = 0;
-    std::int64_t home_slot_ = -1;
+    std::optional<std::uint32_t> home_slot_;
     bool all_ = false;
     std::string device_;
     std::vector<std::string> left_alone_;

@@ -2,6 +2,7 @@
 #include <array>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "console/drive_commands.h"
 #include "console/json_output.h"
@@ -94,6 +95,19 @@ void throw_if_failed(std::uint32_t task, std::uint32_t status) {
     }
 }
 
+std::uint32_t ask_after(tape_drives& drives, std::uint32_t task) {
+    try {
+        return drives.task_status(task);
+    } catch (const failure& e) {
+        if (e.code() != exit_code::call_failed ||
+            std::string_view(e.what()).find("There is no task with id") == std::string_view::npos) {
+            throw;
+        }
+        throw failure(e.code(),
+                      std::string(e.what()) + "\nA success is told once: if somebody has been told it, the server's log has it.");
+    }
+}
+
 }  // namespace
 
 void erase(tape_drives& drives, const erase_order& order, person& who, const output& out) {
@@ -136,7 +150,7 @@ exit_code show_task(tape_drives& drives, std::uint32_t task, bool wait, person& 
         who.note_for_interrupt("tarnoctl: " + name + " goes on in the server. " + how_to_ask(task));
         status = task_watch(drives, task, who).wait(name + ":");
     } else {
-        status = drives.task_status(task);
+        status = ask_after(drives, task);
     }
     if (out.json) {
         json object = {{"task", task}};

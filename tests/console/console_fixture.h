@@ -29,7 +29,7 @@ public:
         }
         const auto found = answers.find(procedure);
         if (found == answers.end()) {
-            throw console::failure(refusal, "Unknown command: '" + procedure + "'");
+            throw console::failure(refusal, refusal_text.empty() ? "Unknown command: '" + procedure + "'" : refusal_text);
         }
         return found->second;
     }
@@ -37,6 +37,7 @@ public:
     std::map<std::string, std::string> answers;
     std::map<std::string, std::deque<std::string>> queues;  ///< answers given once each, before those above
     console::exit_code refusal = console::exit_code::call_failed;
+    std::string refusal_text;  ///< empty: that the procedure isn't known
     std::vector<std::string> asked;
 };
 

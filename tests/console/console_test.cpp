@@ -1,4 +1,5 @@
 #include <map>
+#include <optional>
 #include <sstream>
 #include <string>
 
@@ -6,6 +7,7 @@
 #include "console/commands.h"
 #include "console/console_fixture.h"
 #include "console/library_view.h"
+#include "console/shown_text.h"
 #include "console/table.h"
 
 namespace {
@@ -54,6 +56,38 @@ TEST_F(Console, TablesAreAsWideAsTheirTextLooks) {
     EXPECT_EQ(text_.str(), "A     NAME\n1     Ä\nlong  xy\n2\n");
 }
 
+TEST_F(Console, TablesStayInOrderWhateverTheCellsHold) {
+    console::table rows({"A", "NAME", "C"});
+    rows.add({"1", "\xE7\xA3\x81\xE5\xB8\xAF", "wide"});
+    rows.add({"2", "e\xCC\x81", "a mark"});
+    rows.add({"3", "a\x1B[2J\xFF", "neither"});
+    rows.add({"4", "two\r\n  lines\n", "one"});
+    rows.add({"5", "runs over the columns behind it"});
+    rows.print(text_);
+    EXPECT_EQ(text_.str(),
+              "A  NAME       C\n"
+              "1  \xE7\xA3\x81\xE5\xB8\xAF       wide\n"
+              "2  e\xCC\x81          a mark\n"
+              "3  a?[2J?     neither\n"
+              "4  two lines  one\n"
+              "5  runs over the columns behind it\n");
+}
+
+TEST_F(Console, WhatATerminalGetsControlsNothing) {
+    EXPECT_EQ(console::printable("a\tb\nc\rd\x07\x7F\xC2\x9B"
+                                 "e"),
+              "a\tb\nc?d???e");
+    EXPECT_EQ(console::printable("\xE2\x80\xAEgnp"), "?gnp") << "a reversal of the reading direction";
+    for (const char* bad : {"\xC0\x80", "\xC3", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xE4\xB8"}) {
+        const std::string shown = console::printable(bad);
+        EXPECT_EQ(shown, std::string(std::string(bad).size(), '?'));
+    }
+    EXPECT_EQ(console::printable("Stra\xC3\x9F"
+                                 "e \xF0\x9F\x93\xBC"),
+              "Stra\xC3\x9F"
+              "e \xF0\x9F\x93\xBC");
+}
+
 TEST_F(Console, InputIsEscaped) {
     EXPECT_EQ(console::input_xml({{"SymLinkName", "\\\\.\\Changer0"}, {"Name", "a\"<&b"}}),
               "<InputArguments><SymLinkName value=\"\\\\.\\Changer0\" /><Name value='a&quot;&lt;&amp;b' /></InputArguments>");
@@ -64,8 +98,8 @@ TEST_F(Console, ChangersAreListedWithThoseThatCannotBeRead) {
         answer_of("Changers", "<Changers>" + one_changer + R"(<Changer SymbolicLink="\\.\Changer1" Error="dead" /></Changers>)");
     console::list_changers(library_, out_);
     EXPECT_EQ(text_.str(),
-              "LINK          VENDOR               PRODUCT  REV  SERIAL  SLOTS  PORTS  DRIVES\n"
-              "\\\\.\\Changer0  TRN                  LIB      1.0  SN1     3      1      2\n"
+              "LINK          VENDOR  PRODUCT  REV  SERIAL  SLOTS  PORTS  DRIVES\n"
+              "\\\\.\\Changer0  TRN     LIB      1.0  SN1     3      1      2\n"
               "\\\\.\\Changer1  can't be read: dead\n");
     EXPECT_EQ(server_.asked.at(0), "GetChangers <InputArguments><OwnerName value=\"OWNER\" /></InputArguments>");
 }
@@ -103,15 +137,15 @@ TEST_F(Console, UnloadWithoutASlotGoesHome) {
                                           element("ElementStatus", 1, 1, "T3", "D1") + element("ElementStatus", 2, 0, "", "D2") +
                                           "</ElementsStatuses>");
     server_.answers["UnloadMedium"] = "<OutputArguments />";
-    console::unload(library_, "L", 0, -1, json_);
+    console::unload(library_, "L", 0, std::nullopt, json_);
     EXPECT_EQ(server_.asked.back(),
               "UnloadMedium <InputArguments><SymLinkName value=\"L\" /><DriveNum value=\"0\" /><SlotNum value=\"7\" /><OwnerName "
               "value=\"OWNER\" "
               "/></InputArguments>");
     EXPECT_EQ(text_.str(), "{\n  \"moved\": true,\n  \"from\": \"drive:0\",\n  \"to\": \"slot:7\"\n}\n");
-    EXPECT_EQ(failure_of([&] { console::unload(library_, "L", 1, -1, out_); }).code(), exit_code::usage);
-    EXPECT_EQ(failure_of([&] { console::unload(library_, "L", 2, -1, out_); }).code(), exit_code::call_failed);
-    EXPECT_EQ(failure_of([&] { console::unload(library_, "L", 3, -1, out_); }).code(), exit_code::usage);
+    EXPECT_EQ(failure_of([&] { console::unload(library_, "L", 1, std::nullopt, out_); }).code(), exit_code::usage);
+    EXPECT_EQ(failure_of([&] { console::unload(library_, "L", 2, std::nullopt, out_); }).code(), exit_code::call_failed);
+    EXPECT_EQ(failure_of([&] { console::unload(library_, "L", 3, std::nullopt, out_); }).code(), exit_code::usage);
 }
 
 TEST_F(Console, EveryMoveHasItsProcedureOrIsRefused) {
@@ -132,6 +166,51 @@ TEST_F(Console, EveryMoveHasItsProcedureOrIsRefused) {
     }
 }
 
+TEST_F(Console, MovesThatCannotBeAreRefusedWithoutTheServersWaiting) {
+    using enum element_kind;
+    server_.answers["GetChangers"] = answer_of("Changers", "<Changers>" + one_changer + "</Changers>");
+    const std::string link = library_.choose_changer("");
+    const auto refusal = [&](element_kind from, std::uint32_t from_number, element_kind to, std::uint32_t to_number) {
+        const failure refused = failure_of([&] { library_.move(link, {from, from_number}, {to, to_number}); });
+        EXPECT_EQ(refused.code(), exit_code::usage);
+        return std::string(refused.what());
+    };
+    EXPECT_EQ(refusal(slot, 3, drive, 0), "The changer \\\\.\\Changer0 has no slot:3: its slots are slot:0 to slot:2.");
+    EXPECT_EQ(refusal(slot, 0, drive, 2), "The changer \\\\.\\Changer0 has no drive:2: its drives are drive:0 to drive:1.");
+    EXPECT_EQ(refusal(slot, 0, port, 1), "The changer \\\\.\\Changer0 has no port:1: its only port is port:0.");
+    EXPECT_EQ(refusal(slot, 1, slot, 1), "slot:1 can't be moved to itself.");
+    EXPECT_EQ(server_.asked.size(), 1u) << "only the list of changers";
+    server_.answers["LoadMedium"] = "<OutputArguments />";
+    library_.move(link, {slot, 2}, {drive, 1});
+    library_.move("\\\\.\\Changer1", {slot, 700}, {drive, 1});
+    EXPECT_EQ(server_.asked.size(), 3u);
+}
+
+TEST_F(Console, AChangerThatCannotBeOpenedSaysWhyInWords) {
+    server_.answers["GetChangers"] = answer_of(
+        "Changers",
+        "<Changers><Changer SymbolicLink=\"L\" Error=\"&lt;Error&gt;&lt;ApiFunctionName&gt;CreateFile&lt;/ApiFunctionName&gt;"
+        "&lt;ApiCode&gt;5&lt;/ApiCode&gt;&lt;ApiMessage&gt;No.&lt;/ApiMessage&gt;&lt;/Error&gt;\" />"
+        "<Changer SymbolicLink=\"M\" Error=\"&lt;Error\" /></Changers>");
+    const std::vector<console::changer_view> views = library_.changers();
+    EXPECT_EQ(views.at(0).error, "No. (CreateFile, error 5)");
+    EXPECT_EQ(views.at(1).error, "<Error");
+}
+
+TEST(ServersTexts, SomeTellWhatAPersonCanDo) {
+    const failure refused =
+        console::failure_told("Access is denied.\nRPC client is not a member of built-in Administrators group.\nx");
+    EXPECT_EQ(refused.code(), exit_code::not_let_in);
+    EXPECT_EQ(console::failure_told("Auth context not available").code(), exit_code::not_let_in);
+    const failure other_owner = console::failure_told("'a' isn't current owner. You have to change current owner");
+    EXPECT_EQ(other_owner.code(), exit_code::call_failed);
+    EXPECT_STREQ(other_owner.what(),
+                 "'a' isn't current owner. You have to change current owner\n'tarnoctl owner' shows the owner. Act for "
+                 "it by --owner or $TARNO_OWNER, or make another one the owner by 'tarnoctl owner NAME'.");
+    EXPECT_STREQ(console::failure_told("Anything\nelse").what(), "Anything\nelse");
+    EXPECT_STREQ(console::failure_told("").what(), "The call failed, and the server doesn't say why.");
+}
+
 TEST_F(Console, CallPrintsTheAnswerAsItCame) {
     server_.answers["EnumLocks"] = "<OutputArguments><locks /></OutputArguments>";
     console::call_procedure(server_, "EnumLocks", {"A=1=2", "B="}, "", out_);
@@ -139,7 +218,10 @@ TEST_F(Console, CallPrintsTheAnswerAsItCame) {
     EXPECT_EQ(server_.asked.back(), "EnumLocks <InputArguments><A value=\"1=2\" /><B value=\"\" /></InputArguments>");
     console::call_procedure(server_, "EnumLocks", {"OwnerName=ME"}, "OTHER", out_);
     EXPECT_EQ(server_.asked.back(), "EnumLocks <InputArguments><OwnerName value=\"ME\" /></InputArguments>");
-    EXPECT_EQ(failure_of([&] { console::call_procedure(server_, "EnumLocks", {"=1"}, "", out_); }).code(), exit_code::usage);
+    for (const char* bad : {"=1", "A", "", "a b=1", "1a=1", "A/><B=1", "\xC3\xA4=1"}) {
+        EXPECT_EQ(failure_of([&] { console::call_procedure(server_, "EnumLocks", {bad}, "", out_); }).code(), exit_code::usage)
+            << bad;
+    }
     EXPECT_EQ(failure_of([&] { console::call_procedure(server_, "NoSuch", {}, "", out_); }).code(), exit_code::call_failed);
 }
 

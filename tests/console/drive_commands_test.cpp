@@ -78,6 +78,14 @@ TEST_F(DriveCommands, ADriveThatDiedAtOnceIsListedAllTheSame) {
     EXPECT_EQ(text_.str(), "LINK  PRODUCT  SERIAL  ADDRESS  BLOCK SIZES\n?                      ?        ?\n");
 }
 
+TEST_F(DriveCommands, ADriveWithoutADefaultBlockSizeHasVariableOnes) {
+    server_.answers["GetDrives"] =
+        answer_of("Drives", R"(<Drives><Drive SymbolicLink="L"><BlockSizes DefaultBlockSize="0" MinimumBlockSize="1" )"
+                            R"(MaximumBlockSize="9" /></Drive></Drives>)");
+    console::list_drives(drives_, {}, out_);
+    EXPECT_NE(text_.str().find("  1 to 9, default variable\n"), std::string::npos) << text_.str();
+}
+
 TEST_F(DriveCommands, NoDrivesAreSaidSo) {
     server_.answers["GetDrives"] = answer_of("Drives", "<Drives />");
     console::list_drives(drives_, {}, out_);
@@ -224,7 +232,7 @@ TEST_F(DriveCommands, DriveInfoTellsTheStatusInWords) {
 
 TEST_F(DriveCommands, AlertsComeWithTheirSteps) {
     server_.answers["GetDriveAlerts"] = answer_of("Alerts", two_alerts);
-    console::show_alerts(drives_, {link, false}, out_);
+    console::show_alerts(drives_, library_, {link, false}, out_);
     EXPECT_EQ(text_.str(),
               "ALERT  SEVERITY     MESSAGE\n"
               "4      critical     Your data is at risk:\n"
@@ -238,11 +246,12 @@ TEST_F(DriveCommands, AlertsComeWithTheirSteps) {
 
 TEST_F(DriveCommands, AlertsOfAChangerHaveTheirOwnProcedure) {
     server_.answers["GetChangerAlerts"] = answer_of("Alerts", "<alerts />");
-    console::show_alerts(drives_, {"\\\\.\\Changer0", true}, out_);
+    server_.answers["GetChanger"] = answer_of("Changer", "<Changer />");
+    console::show_alerts(drives_, library_, {"\\\\.\\Changer0", true}, out_);
     EXPECT_EQ(text_.str(), "No alerts.\n");
     text_.str("");
     server_.answers["GetChangerAlerts"] = answer_of("Alerts", two_alerts);
-    console::show_alerts(drives_, {"\\\\.\\Changer0", true}, json_);
+    console::show_alerts(drives_, library_, {"\\\\.\\Changer0", true}, json_);
     EXPECT_EQ(text_.str(), R"({
   "device": "\\\\.\\Changer0",
   "alerts": [
@@ -264,6 +273,27 @@ TEST_F(DriveCommands, AlertsOfAChangerHaveTheirOwnProcedure) {
   ]
 }
 )");
+}
+
+TEST_F(DriveCommands, ADeviceThatCannotBeAskedIsToldFromOneThatIsWell) {
+    server_.answers["GetDriveAlerts"] = answer_of("Alerts", "<alerts />");
+    server_.answers["GetChangerAlerts"] = server_.answers["GetDriveAlerts"];
+    const failure no_drive = failure_of([&] { console::show_alerts(drives_, library_, {link, false}, out_); });
+    EXPECT_EQ(no_drive.code(), exit_code::call_failed);
+    EXPECT_STREQ(no_drive.what(), "No alerts were told, but the device can't be asked: Unknown command: 'GeDriveInfo'");
+    server_.answers["GeDriveInfo"] =
+        answer_of("DriveInfo", R"(<DriveInfo DefaultBlockSize="0" MinimumBlockSize="1" MaximumBlockSize="2" />)");
+    console::show_alerts(drives_, library_, {link, false}, out_);
+    EXPECT_EQ(text_.str(), "No alerts.\n");
+    server_.answers["GetChanger"] =
+        answer_of("Error",
+                  "<Error><ApiFunctionName>CreateFile</ApiFunctionName><ServiceMessage>x</ServiceMessage>"
+                  "<ApiCode>2</ApiCode><ApiMessage>Not here.</ApiMessage></Error>");
+    const failure no_changer = failure_of([&] { console::show_alerts(drives_, library_, {"\\\\.\\Changer9", true}, json_); });
+    EXPECT_EQ(no_changer.code(), exit_code::call_failed);
+    EXPECT_STREQ(no_changer.what(), "No alerts were told, but the device can't be asked: Not here. (CreateFile, error 2)");
+    server_.answers["GetChanger"] = answer_of("Error", "Problem with gathering data");
+    EXPECT_STREQ(failure_of([&] { library_.check("L"); }).what(), "Problem with gathering data");
 }
 
 TEST_F(DriveCommands, TheNameSaysWhoseAlertsAreMeant) {
@@ -442,6 +472,17 @@ TEST_F(DriveCommands, ATaskIsShownAsItStands) {
     EXPECT_TRUE(person_.notes.empty());
 }
 
+TEST_F(DriveCommands, AnUnknownTaskComesWithTheReasonThatItMostlyHas) {
+    const auto ask = [&] { (void)console::show_task(drives_, 12, false, person_, out_); };
+    EXPECT_STREQ(failure_of(ask).what(), "Unknown command: 'TaskStatus'");
+    server_.refusal_text = "There is no task with id = 12";
+    EXPECT_STREQ(failure_of(ask).what(),
+                 "There is no task with id = 12\nA success is told once: if somebody has been told it, the "
+                 "server's log has it.");
+    server_.refusal = exit_code::not_connected;
+    EXPECT_STREQ(failure_of(ask).what(), "There is no task with id = 12");
+}
+
 TEST_F(DriveCommands, ATaskMayBeWaitedFor) {
     answer_statuses({997, 997, 0});
     EXPECT_EQ(console::show_task(drives_, 12, true, person_, json_), exit_code::done);
@@ -456,7 +497,7 @@ TEST_F(DriveCommands, AnAnswerThatIsNoAnswerIsSaidSo) {
         EXPECT_EQ(failure_of([&] { console::erase(drives_, order(), person_, out_); }).code(), exit_code::bad_answer) << rubbish;
     }
     server_.answers["GetDriveAlerts"] = answer_of("Alerts", "<alerts><alert /></alerts>");
-    EXPECT_EQ(failure_of([&] { console::show_alerts(drives_, {link, false}, out_); }).code(), exit_code::bad_answer);
+    EXPECT_EQ(failure_of([&] { console::show_alerts(drives_, library_, {link, false}, out_); }).code(), exit_code::bad_answer);
     server_.answers["GetMediaInfo"] = answer_of("MediaInfo", "<MediaInfo />");
     EXPECT_EQ(failure_of([&] { console::show_media(drives_, link, "", out_); }).code(), exit_code::bad_answer);
 }

@@ -99,7 +99,7 @@ class Authorisation(unittest.TestCase):
         self.server.folder.chmod(0o755)
         done = subprocess.run([PROGRAMS / "tarnoctl", "--socket", self.server.socket_path, "call", "GetOwnerName"], capture_output=True,
                               text=True, user=NOBODY, group=NOBODY, extra_groups=[], timeout=60, cwd="/")
-        self.assertEqual((done.returncode, done.stdout), (1, ""))
+        self.assertEqual((done.returncode, done.stdout), (4, ""))
         self.assertIn("RPC client is not a member of built-in Administrators group.", done.stderr)
 
     @unittest.skipUnless(os.geteuid() == 0, "needs root to have groups of its own for a process")

@@ -1,5 +1,7 @@
 #include "foundation/synch/thread_context.h"
 
+#include <utility>
+
 #include <boost/make_shared.hpp>
 #include <boost/thread/lock_guard.hpp>
 #include <boost/thread/tss.hpp>
@@ -27,6 +29,20 @@ boost::shared_ptr<CThreadContext> CThreadContext::current() {
 
 void CThreadContext::forget_current() {
     slot().reset();
+}
+
+/// Ancestors that nobody else has go one after the other: where each thread has started the next, there may be too many of them for
+/// destructors within destructors.
+CThreadContext::~CThreadContext() {
+    boost::shared_ptr<CThreadContext> last = std::move(parent_);
+    while (last != nullptr && last.use_count() == 1) {
+        boost::shared_ptr<CThreadContext> next;
+        {
+            const lock_t lock(last->mutex_);  // who let go of it a moment ago may have set it
+            next.swap(last->parent_);
+        }
+        last.swap(next);
+    }
 }
 
 void CThreadContext::set_parent(const boost::shared_ptr<CThreadContext>& parent) {

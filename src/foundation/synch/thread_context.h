@@ -12,6 +12,7 @@ namespace synch {
 class CThreadContext {
 public:
     CThreadContext() = default;
+    ~CThreadContext();
     CThreadContext(const CThreadContext&) = delete;
     CThreadContext& operator=(const CThreadContext&) = delete;
 

@@ -79,4 +79,25 @@ TEST_F(ThreadContext, LivesAsLongAsADescendant) {
     EXPECT_EQ(event.use_count(), 1);
 }
 
+TEST_F(ThreadContext, GoesWithAnyNumberOfAncestorsButThoseThatOthersHave) {
+    auto youngest = boost::make_shared<CThreadContext>();
+    const boost::weak_ptr<CThreadContext> eldest = youngest;
+    boost::shared_ptr<CThreadContext> shared;
+    boost::weak_ptr<CThreadContext> above_the_shared;
+    for (int generation = 0; generation < 300'000; ++generation) {
+        auto child = boost::make_shared<CThreadContext>();
+        child->set_parent(youngest);
+        if (generation == 150'000) {
+            shared = child;
+            above_the_shared = youngest;
+        }
+        youngest = std::move(child);
+    }
+    youngest.reset();
+    EXPECT_EQ(shared->parent(), above_the_shared.lock());
+    EXPECT_FALSE(eldest.expired());
+    shared.reset();
+    EXPECT_TRUE(eldest.expired());
+}
+
 }  // namespace

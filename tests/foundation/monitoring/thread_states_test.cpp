@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -12,6 +11,7 @@
 #include "foundation/logging/log_scope.h"
 #include "foundation/monitoring/activity_scope.h"
 #include "platform/testing/fakes.h"
+#include "support/failing_size_check.h"
 
 namespace {
 
@@ -99,18 +99,8 @@ TEST_F(ThreadStates, TheTableServesManyThreads) {
     }
 }
 
-/// A look at the log's size that fails.
-class failing_check final : public logging::size_check_t {
-public:
-    void check(logging::receiver::log_file_t& /*receiver*/) override {
-        ++failures;
-        throw std::runtime_error("no room");
-    }
-    int failures = 0;
-};
-
 TEST_F(ThreadStates, ALogThatFailsChangesNothing) {
-    const auto check = boost::make_shared<failing_check>();
+    const auto check = boost::make_shared<test_support::failing_size_check>();
     logging::log_t::process_log()->set_check_size(check);
     const auto log_until_a_failure = [] {
         try {
@@ -118,7 +108,7 @@ TEST_F(ThreadStates, ALogThatFailsChangesNothing) {
                 g_libraryLog.LogMessage("entry");
             }
             ADD_FAILURE() << "the log was to fail";
-        } catch (const std::runtime_error&) {
+        } catch (const exc::runtime_exc_t&) {
             return;
         }
     };

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -13,6 +12,7 @@
 #include "foundation/logging/log_writer.h"
 #include "foundation/util/product_options.h"
 #include "platform/testing/fakes.h"
+#include "support/failing_size_check.h"
 #include "support/perf_scope.h"
 
 namespace {
@@ -151,18 +151,8 @@ TEST_F(PerfLog, AFailedWriteCostsTheBuffer) {
     EXPECT_EQ(system_.files.content(record), "100");
 }
 
-/// A look at the log's size that fails.
-class failing_check final : public logging::size_check_t {
-public:
-    void check(logging::receiver::log_file_t& /*receiver*/) override {
-        ++failures;
-        throw std::runtime_error("no room");
-    }
-    int failures = 0;
-};
-
 TEST_F(PerfLog, NoFailureReachesWhatIsObserved) {
-    const auto check = boost::make_shared<failing_check>();
+    const auto check = boost::make_shared<test_support::failing_size_check>();
     logging::log_t::process_log()->set_check_size(check);
     for (int entry = 1; entry < logging::log_t::entries_between_checks; ++entry) {
         g_libraryLog.LogMessage("entry");

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <future>
 #include <optional>
 #include <stdexcept>
 #include <thread>
@@ -20,6 +19,7 @@
 #include "platform/errors.h"
 #include "platform/testing/fakes.h"
 #include "support/failure_text.h"
+#include "support/request_support.h"
 
 namespace {
 
@@ -29,19 +29,9 @@ using synch::CThreadContext;
 using synch::stop_event_t;
 using synch::thread_t;
 using test_support::failure_text;
+using test_support::gate;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-/// Holds a thread's function up until the test lets it go on.
-class gate {
-public:
-    void open() { opened_.set_value(); }
-    void pass() { open_.wait(); }
-
-private:
-    std::promise<void> opened_;
-    std::shared_future<void> open_ = opened_.get_future().share();
-};
 
 void pass(gate* held) {
     held->pass();
@@ -161,14 +151,14 @@ TEST_F(Thread, JoinFailsWhenTheTimeIsUp) {
 }
 
 TEST_F(Thread, AWaitThatFailsNamesTheRoleWhileItCanBeHad) {
-    std::promise<void> started;
+    gate started;
     const thread_t thread(
         [&](gate* held) {
-            started.set_value();
+            started.open();
             held->pass();
         },
         &gate_, "Eraser.");
-    started.get_future().wait();
+    started.pass();
     system_.events.fail(fake_events::operation::wait, platform::error::invalid_handle);
     EXPECT_EQ(failure_text<exc::win_sys_exc_t>([&] { thread.join(10); }),
               "The handle is invalid.\n--tr:Error code: 0x00000006\n--tr:Failed to wait for thread [Eraser.] to finish.");

@@ -10,6 +10,7 @@
 #include "foundation/logging/log.h"
 #include "foundation/logging/log_writer.h"
 #include "platform/testing/fakes.h"
+#include "support/failing_size_check.h"
 
 namespace {
 
@@ -128,18 +129,12 @@ TEST_F(ProductOptions, LoseNoOtherRowToOneOfAWrongType) {
     }
 }
 
-/// A look at the log's size that fails, as it does when the log's disk is full.
-class failing_check final : public logging::size_check_t {
-public:
-    void check(logging::receiver::log_file_t& /*receiver*/) override { throw exc::runtime_exc_t("No room."); }
-};
-
 TEST_F(ProductOptions, StopNothingWhenTheLogItselfFails) {
     registry().set_dword(key, "CollectRestoreStat", 1);
     registry().set_string(key, "PerfBufSize", "much");
     registry().set_dword(key, "AgentDebugMode", 1);
     const boost::shared_ptr<logging::log_t> log = logging::log_t::process_log();
-    log->set_check_size(boost::make_shared<failing_check>());
+    log->set_check_size(boost::make_shared<test_support::failing_size_check>());
     // The third entry of the load, the warning about the row that can't be read, calls for the look.
     for (std::int32_t entry = 3; entry < logging::log_t::entries_between_checks; ++entry) {
         g_libraryLog.LogInfo("");

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <cstdlib>
 #include <string_view>
@@ -103,7 +104,7 @@ code_address linux_crash::describe(std::uint64_t address) {
     code_address where;
     Dl_info exported{};
     link_map* module = nullptr;
-    if (dladdr1(reinterpret_cast<void*>(static_cast<std::uintptr_t>(address)), &exported, reinterpret_cast<void**>(&module),
+    if (dladdr1(std::bit_cast<void*>(static_cast<std::uintptr_t>(address)), &exported, reinterpret_cast<void**>(&module),
                 RTLD_DL_LINKMAP) == 0) {
         return where;
     }

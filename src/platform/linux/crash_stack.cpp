@@ -6,6 +6,7 @@
 #include <unwind.h>
 
 #include <algorithm>
+#include <bit>
 #include <span>
 
 namespace platform::linux_os {
@@ -33,13 +34,13 @@ _Unwind_Reason_Code collect(_Unwind_Context* context, void* argument) {
 /// Reads words of memory that may not be there. False: none of them could be read.
 bool read_words(std::uint64_t address, std::span<std::uint64_t> words) {
     iovec own{words.data(), words.size_bytes()};
-    iovec other{reinterpret_cast<void*>(static_cast<std::uintptr_t>(address)), words.size_bytes()};
+    iovec other{std::bit_cast<void*>(static_cast<std::uintptr_t>(address)), words.size_bytes()};
     return process_vm_readv(getpid(), &own, 1, &other, 1, 0) == static_cast<ssize_t>(words.size_bytes());
 }
 
 bool is_code(std::uint64_t address) {
     Dl_info found{};
-    return dladdr(reinterpret_cast<void*>(static_cast<std::uintptr_t>(address)), &found) != 0;
+    return dladdr(std::bit_cast<void*>(static_cast<std::uintptr_t>(address)), &found) != 0;
 }
 
 /// A jump to where no code is, through an empty pointer for instance, leaves nothing to find the caller by but the return address

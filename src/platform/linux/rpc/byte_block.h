@@ -1,10 +1,13 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <span>
 #include <utility>
+#include <vector>
 
 namespace platform::linux_rpc {
 
@@ -44,6 +47,59 @@ public:
             bytes_.reset();
             capacity_ = 0;
         }
+    }
+
+private:
+    std::unique_ptr<std::uint8_t[]> bytes_;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
+};
+
+/// Bytes that come in parts: what is behind them may be written by whoever receives the next part, and then counted in.
+class growing_block {
+public:
+    growing_block() = default;
+    growing_block(std::initializer_list<std::uint8_t> bytes) { append({bytes.begin(), bytes.size()}); }
+    growing_block(growing_block&& other) noexcept { *this = std::move(other); }
+    growing_block& operator=(growing_block&& other) noexcept {
+        bytes_ = std::move(other.bytes_);
+        size_ = std::exchange(other.size_, 0);
+        capacity_ = std::exchange(other.capacity_, 0);
+        return *this;
+    }
+    growing_block(const growing_block&) = delete;
+    growing_block& operator=(const growing_block&) = delete;
+    ~growing_block() = default;
+
+    [[nodiscard]] std::size_t size() const { return size_; }
+    [[nodiscard]] bool empty() const { return size_ == 0; }
+    [[nodiscard]] std::size_t capacity() const { return capacity_; }
+    [[nodiscard]] const std::uint8_t* begin() const { return bytes_.get(); }
+    [[nodiscard]] const std::uint8_t* end() const { return bytes_.get() + size_; }
+    [[nodiscard]] std::span<const std::uint8_t> all() const { return {bytes_.get(), size_}; }
+
+    /// Room for so many bytes altogether, aligned to 8; what is there is kept.
+    void reserve(std::size_t capacity) {
+        if (capacity > capacity_) {
+            auto larger = std::make_unique_for_overwrite<std::uint8_t[]>(capacity);
+            std::copy_n(bytes_.get(), size_, larger.get());
+            bytes_ = std::move(larger);
+            capacity_ = capacity;
+        }
+    }
+    /// The room behind the bytes: of any value until it is written.
+    [[nodiscard]] std::span<std::uint8_t> spare() { return {bytes_.get() + size_, capacity_ - size_}; }
+    /// Counts the first bytes of `spare` in.
+    void extend(std::size_t written) { size_ += written; }
+    void append(std::span<const std::uint8_t> more) {
+        reserve(size_ + more.size());
+        std::copy(more.begin(), more.end(), spare().begin());
+        extend(more.size());
+    }
+    void truncate(std::size_t size) { size_ = std::min(size_, size); }
+
+    friend bool operator==(const growing_block& left, const std::vector<std::uint8_t>& right) {
+        return std::ranges::equal(left.all(), right);
     }
 
 private:

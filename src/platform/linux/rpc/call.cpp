@@ -153,14 +153,14 @@ std::uint32_t dispatch(const rpc_call& call, rpc_reply& reply) {
 
 void rpc_call::own_stub() {
     if (!borrowed_stub.empty()) {
-        stub.assign(borrowed_stub.begin(), borrowed_stub.end());
+        stub.append(borrowed_stub);
         borrowed_stub = {};
     }
 }
 
 void rpc_call::cut_stub(std::size_t size) {
     if (borrowed_stub.empty()) {
-        stub.resize(size);
+        stub.truncate(size);
     } else {
         borrowed_stub = borrowed_stub.first(size);
     }

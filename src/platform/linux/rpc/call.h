@@ -36,7 +36,7 @@ struct rpc_call {
     std::uint16_t operation = 0;
     bool little_endian = true;
     bool answered = true;                         ///< false: the client wants to hear nothing of it
-    std::vector<std::uint8_t> stub;               ///< empty when `borrowed_stub` isn't
+    growing_block stub;                           ///< empty when `borrowed_stub` isn't
     std::span<const std::uint8_t> borrowed_stub;  ///< stub data that still lies in the PDU that it came in
     client_identity* identity = nullptr;
     std::optional<client_identity> own_identity;  ///< `identity`, where other calls of the caller are served meanwhile
@@ -45,7 +45,7 @@ struct rpc_call {
     std::uint32_t local_ipv4 = 0;
     const std::string* address = nullptr;  ///< the caller's, for the log
 
-    [[nodiscard]] std::span<const std::uint8_t> all_stub() const { return borrowed_stub.empty() ? stub : borrowed_stub; }
+    [[nodiscard]] std::span<const std::uint8_t> all_stub() const { return borrowed_stub.empty() ? stub.all() : borrowed_stub; }
     /// Copies borrowed stub data, so that the PDU may go.
     void own_stub();
     /// Shortens the stub data.

@@ -226,11 +226,20 @@ void connection::read_some() {
         discard_input();
         return;
     }
+    if (read_to_places()) {
+        return;
+    }
     const std::size_t kept = pending_.size();
     std::copy(pending_.begin(), pending_.end(), loop_.buffer.begin());
     const std::size_t room =
         busy() ? std::min<std::size_t>(loop_.core.limits.fragment_bytes, loop_.buffer.size() - kept) : loop_.buffer.size() - kept;
     const ssize_t received = recv(socket_, loop_.buffer.data() + kept, room, 0);
+    if (has_received(received, room)) {
+        take_read(std::span(loop_.buffer).first(kept + static_cast<std::size_t>(received)));
+    }
+}
+
+bool connection::has_received(ssize_t received, std::size_t room) {
     if (received < 0 && errno == EINTR) {
         read_on();
     } else if (received < 0 && would_block(errno)) {
@@ -242,15 +251,66 @@ void connection::read_some() {
     } else {
         // Less than there is room for is all there is, and more of it comes with an edge of its own. The end has none to come.
         readable_ = static_cast<std::size_t>(received) == room || peer_is_done_;
-        take_read(kept, static_cast<std::size_t>(received));
+        last_progress_ = loop_.events.now();
+        return true;
+    }
+    return false;
+}
+
+/// The stub data of a long request goes straight to its place. False: what comes next is to be looked at first.
+bool connection::read_to_places() {
+    const auto places = busy() ? std::nullopt : session_.next_places();
+    if (!places) {
+        return false;
+    }
+    if (!pending_.empty()) {
+        const auto header = decode_header(pending_);
+        const std::size_t expected = std::min(places->fragment_stub, places->memory.size());
+        if (pending_.size() < request_header_size || !session_.goes_on(*header, expected) ||
+            pending_.size() >= header->fragment_length) {
+            return false;
+        }
+    }
+    fragment_scatter scatter(places->memory, places->fragment_stub, pending_, loop_.buffer.size());
+    const std::span<iovec> vectors = scatter.vectors();
+    msghdr message{};
+    message.msg_iov = vectors.data();
+    message.msg_iovlen = vectors.size();
+    const ssize_t received = recvmsg(socket_, &message, 0);
+    if (has_received(received, scatter.room())) {
+        scatter.received(static_cast<std::size_t>(received));
+        take_read(take_placed(scatter));
+    }
+    return true;
+}
+
+/// Takes the fragments that are what they were expected to be. What is left stands in the loop's buffer.
+std::span<std::uint8_t> connection::take_placed(fragment_scatter& scatter) {
+    arrivals taken(loop_.core.counters.pdus_in);
+    for (;;) {
+        const fragment_scatter::fragment fragment = scatter.front();
+        const auto header = decode_header(fragment.head);
+        if (!fragment.whole || !session_.goes_on(*header, fragment.stub.size())) {
+            return scatter.behind(0, loop_.buffer);
+        }
+        // The call may be over, and its memory with it, when the last one was taken.
+        const bool last = header->has(pdu_flag::last);
+        const std::span<std::uint8_t> rest = last ? scatter.behind(1, loop_.buffer) : std::span<std::uint8_t>();
+        session_step step = session_.take_placed(*header, fragment.stub);
+        taken.add(!session_.request_incomplete());
+        const bool ends = last || step.close;
+        perform(std::move(step));
+        if (ends) {
+            return rest;
+        }
+        scatter.take_front();
     }
 }
 
-/// What was read stands in the loop's buffer, behind what was kept of the last time.
-void connection::take_read(std::size_t kept, std::size_t received) {
-    last_progress_ = loop_.events.now();
+/// Takes what was received, with what was kept of the last time in front of it. It stands in the loop's buffer.
+void connection::take_read(std::span<std::uint8_t> data) {
     pending_.clear();
-    consume(std::span(loop_.buffer).first(kept + received));
+    consume(data);
     if (closed_) {
         return;
     }

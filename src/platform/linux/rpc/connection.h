@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -9,6 +11,7 @@
 #include <vector>
 
 #include "platform/linux/rpc/call.h"
+#include "platform/linux/rpc/fragment_scatter.h"
 #include "platform/linux/rpc/network_loop.h"
 #include "platform/linux/rpc/session.h"
 
@@ -46,7 +49,11 @@ private:
     [[nodiscard]] bool may_read() const;
     void read_on();
     void read_some();
-    void take_read(std::size_t kept, std::size_t received);
+    [[nodiscard]] bool read_to_places();
+    /// Whether bytes were received; if not, what follows from that is done.
+    [[nodiscard]] bool has_received(ssize_t received, std::size_t room);
+    void take_read(std::span<std::uint8_t> data);
+    [[nodiscard]] std::span<std::uint8_t> take_placed(fragment_scatter& scatter);
     void discard_input();
     void consume(std::span<std::uint8_t> data);
     [[nodiscard]] bool busy() const;

@@ -62,13 +62,18 @@ request_assembly::request& request_assembly::begin(request begun) {
 }
 
 bool request_assembly::append(request& to, std::span<const std::uint8_t> stub) {
-    std::vector<std::uint8_t>& kept = to.call->stub;
+    growing_block& kept = to.call->stub;
     const std::size_t before = kept.size();
     const std::size_t needed = before + stub.size();
-    if (needed > kept.capacity()) {
-        kept.reserve(stub_memory(needed, to.stub_hint));
+    const std::span<std::uint8_t> spare = kept.spare();
+    if (stub.data() == spare.data() && stub.size() <= spare.size()) {
+        kept.extend(stub.size());
+    } else {
+        if (needed > kept.capacity()) {
+            kept.reserve(stub_memory(needed, to.stub_hint));
+        }
+        kept.append(stub);
     }
-    kept.insert(kept.end(), stub.begin(), stub.end());
     const std::size_t more = counted(needed) - counted(before);
     return more == 0 ||
            core_.pending_request_bytes.fetch_add(more, std::memory_order_relaxed) + more <= core_.limits.pending_request_bytes;

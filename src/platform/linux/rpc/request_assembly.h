@@ -31,6 +31,7 @@ public:
         const void* security = nullptr;  ///< the authentication that all its fragments have to come under; null: none
         std::size_t stub_hint = 0;       ///< stub bytes of the whole request, as its first fragment says
         std::uint32_t refusal = 0;       ///< fault to answer the last fragment with; the stub data is not kept
+        std::size_t fragment_stub = 0;   ///< stub bytes of its latest fragment, if that bore nothing else; else 0
     };
 
     [[nodiscard]] bool empty() const { return requests_.empty(); }
@@ -43,7 +44,10 @@ public:
     /// A call to be filled in for a request that begins.
     [[nodiscard]] std::unique_ptr<rpc_call> make_call();
     request& begin(request begun);
-    /// Keeps stub data until the rest is there. False: that is more than all connections together may leave incomplete.
+    /// The only one that is incomplete; null when there are none or several.
+    [[nodiscard]] request* sole() { return requests_.size() == 1 ? &requests_.front() : nullptr; }
+    /// Keeps stub data until the rest is there; what was received in the request's spare memory is there already. False: that is
+    /// more than all connections together may leave incomplete.
     [[nodiscard]] bool append(request& to, std::span<const std::uint8_t> stub);
     /// Takes a request out whose last fragment is there.
     [[nodiscard]] std::unique_ptr<rpc_call> finish(request& whole);

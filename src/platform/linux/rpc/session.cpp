@@ -11,6 +11,8 @@ namespace {
 /// Room for a header, a verifier and some stub data: a client that takes less can't be answered.
 constexpr std::uint16_t smallest_fragment = 256;
 constexpr std::size_t stub_alignment = 8;
+/// Stub data of shorter fragments is received together and then moved: that takes fewer system calls.
+constexpr std::size_t smallest_placed = 1024;
 /// The last token of an authentication is kept up to this size; it has no tickets in it.
 constexpr std::size_t longest_kept_token = 4096;
 
@@ -315,6 +317,11 @@ std::uint32_t session::check_security(const pdu_header& header, std::span<std::u
     return 0;
 }
 
+session_step session::refused_security(std::uint32_t call_id, std::uint16_t context_id, std::uint32_t status) const {
+    core_.report("A request of RPC client " + peer_.address + " was refused for lack of valid authentication.");
+    return closing(refused_call(call_id, context_id, status));
+}
+
 session_step session::take_request(const pdu_header& header, std::span<std::uint8_t> pdu) {
     const bool first = header.has(pdu_flag::first);
     wire_reader reader(std::span<const std::uint8_t>(pdu).subspan(pdu_header_size), header.little_endian);
@@ -335,13 +342,39 @@ session_step session::take_request(const pdu_header& header, std::span<std::uint
     authentication* security = nullptr;
     const std::uint32_t refusal = check_security(header, pdu, head.body_offset, stub_end, security);
     if (refusal != 0) {
-        core_.report("A request of RPC client " + peer_.address + " was refused for lack of valid authentication.");
-        return closing(refused_call(header.call_id, head.context_id, refusal));
+        return refused_security(header.call_id, head.context_id, refusal);
     }
     if (first) {
         incoming = &begin_request(header, head, security);
     }
+    const bool bare = header.auth_length == 0 && head.body_offset == request_header_size;
+    incoming->fragment_stub = bare ? stub_end - head.body_offset : 0;
     return continue_request(header, *incoming, security, pdu.subspan(head.body_offset, stub_end - head.body_offset));
+}
+
+std::optional<session::fragment_places> session::next_places() {
+    request_assembly::request* const incoming = multiplexed_ ? nullptr : incomplete_.sole();
+    if (incoming == nullptr || incoming->refusal != 0 || incoming->fragment_stub < smallest_placed ||
+        incoming->call->stub.spare().empty()) {
+        return std::nullopt;
+    }
+    return fragment_places{incoming->call->stub.spare(), incoming->fragment_stub};
+}
+
+bool session::goes_on(const pdu_header& header, std::size_t stub_size) {
+    const request_assembly::request* const incoming = incomplete_.sole();
+    return incoming != nullptr && header.type == pdu_type::request && header.call_id == incoming->call->call_id &&
+           !header.has(pdu_flag::first) && !header.has(pdu_flag::object_uuid) && header.auth_length == 0 &&
+           header.fragment_length == request_header_size + stub_size && !judge_header(header);
+}
+
+session_step session::take_placed(const pdu_header& header, std::span<std::uint8_t> stub) {
+    request_assembly::request& incoming = *incomplete_.sole();
+    authentication* security = nullptr;
+    if (const std::uint32_t refusal = unsigned_request(security); refusal != 0) {
+        return refused_security(header.call_id, incoming.call->context_id, refusal);
+    }
+    return continue_request(header, incoming, security, stub);
 }
 
 request_assembly::request& session::begin_request(const pdu_header& header, const request_head& head, authentication* security) {

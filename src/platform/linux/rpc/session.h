@@ -45,6 +45,19 @@ public:
     session_step take(const pdu_header& header, std::span<std::uint8_t> pdu);
     /// The same; a call that is whole with this PDU may borrow its stub data from there: `rpc_call::own_stub`.
     session_step take_lending(const pdu_header& header, std::span<std::uint8_t> pdu);
+
+    /// Memory that the stub data of a request's next fragments belongs in, as many bytes to each as its latest one had.
+    struct fragment_places {
+        std::span<std::uint8_t> memory;
+        std::size_t fragment_stub = 0;
+    };
+    /// Nothing: what comes next is to be taken as whole PDUs.
+    [[nodiscard]] std::optional<fragment_places> next_places();
+    /// Whether this is the header of a further fragment of the request that the places are of, with nothing but so much stub data.
+    [[nodiscard]] bool goes_on(const pdu_header& header, std::size_t stub_size);
+    /// Takes such a fragment, whose stub data was received at the beginning of the places.
+    session_step take_placed(const pdu_header& header, std::span<std::uint8_t> stub);
+
     /// Gives the object of a call back that has been served, so that the next one needs no memory.
     void take_back(std::unique_ptr<rpc_call> call) { incomplete_.take_back(std::move(call)); }
 
@@ -84,6 +97,7 @@ private:
     session_step take_auth3(const pdu_header& header, std::span<const std::uint8_t> pdu);
     session_step take_cancel(const pdu_header& header, std::span<std::uint8_t> pdu);
     session_step take_request(const pdu_header& header, std::span<std::uint8_t> pdu);
+    [[nodiscard]] session_step refused_security(std::uint32_t call_id, std::uint16_t context_id, std::uint32_t status) const;
     session_step continue_request(const pdu_header& header, request_assembly::request& incoming, const authentication* security,
                                   std::span<const std::uint8_t> stub);
 

@@ -7,22 +7,11 @@
 
 namespace console {
 
-namespace {
-
-winxml::node_t output_of(const std::string& answer) {
-    return winxml::get_element(winxml::document_node(winxml::parse_xml(text::utf8_to_wide(answer))), "OutputArguments");
-}
-
-}  // namespace
-
 std::string value_of(const std::string& answer, std::string_view name) {
-    return understand([&] { return winxml::get_attribute(winxml::get_element(output_of(answer), name), "value"); });
-}
-
-std::optional<std::string> value_if_there(const std::string& answer, std::string_view name) {
-    return understand([&]() -> std::optional<std::string> {
-        const winxml::node_t node = winxml::find_element(output_of(answer), name);
-        return node ? std::optional(winxml::get_attribute(node, "value")) : std::nullopt;
+    return understand([&] {
+        const winxml::document_t document = winxml::parse_xml(text::utf8_to_wide(answer));
+        const winxml::node_t root = winxml::get_element(winxml::document_node(document), "OutputArguments");
+        return winxml::get_attribute(winxml::get_element(root, name), "value");
     });
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -13,8 +12,6 @@ namespace console {
 
 /// The value of the output element `name`.
 [[nodiscard]] std::string value_of(const std::string& answer, std::string_view name);
-/// The same for an output element that may be missing.
-[[nodiscard]] std::optional<std::string> value_if_there(const std::string& answer, std::string_view name);
 /// The root element, named `root`, of the record document that is the value of the output element `name`.
 [[nodiscard]] winxml::node_t record_of(const std::string& answer, std::string_view name, std::string_view root);
 

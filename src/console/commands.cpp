@@ -97,7 +97,7 @@ void list_changers(library_view& library, const output& out) {
             rows.add({view.link, view.vendor, view.product, view.revision, view.serial, text::to_string(view.slots),
                       text::to_string(view.ports), text::to_string(view.drives)});
         } else {
-            rows.add({view.link, "can't be read: " + view.error});
+            rows.add({view.link, "can't be read: " + view.error.substr(0, view.error.find('\n'))});
         }
     }
     rows.print(out.stream);

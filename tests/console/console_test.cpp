@@ -94,8 +94,8 @@ TEST_F(Console, InputIsEscaped) {
 }
 
 TEST_F(Console, ChangersAreListedWithThoseThatCannotBeRead) {
-    server_.answers["GetChangers"] =
-        answer_of("Changers", "<Changers>" + one_changer + R"(<Changer SymbolicLink="\\.\Changer1" Error="dead" /></Changers>)");
+    server_.answers["GetChangers"] = answer_of(
+        "Changers", "<Changers>" + one_changer + R"(<Changer SymbolicLink="\\.\Changer1" Error="dead&#10;and why" /></Changers>)");
     console::list_changers(library_, out_);
     EXPECT_EQ(text_.str(),
               "LINK          VENDOR  PRODUCT  REV  SERIAL  SLOTS  PORTS  DRIVES\n"
@@ -112,7 +112,9 @@ TEST_F(Console, TheOnlyChangerNeedsNoName) {
     EXPECT_EQ(library_.choose_changer("\\\\.\\Changer7"), "\\\\.\\Changer7");
     EXPECT_EQ(failure_of([&] { (void)library_.choose_changer("Changer1"); }).code(), exit_code::usage);
     server_.answers["GetChangers"] = answer_of("Changers", "<Changers />");
-    EXPECT_STREQ(failure_of([&] { (void)library_.choose_changer(""); }).what(), "The server has found no changer.");
+    const failure none = failure_of([&] { (void)library_.choose_changer(""); });
+    EXPECT_EQ(none.code(), exit_code::call_failed);
+    EXPECT_STREQ(none.what(), "The server has found no changer; its log tells of libraries that can't be used.");
 }
 
 TEST_F(Console, InventoryShowsDrivesPortsAndFullSlots) {

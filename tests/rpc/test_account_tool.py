@@ -95,6 +95,7 @@ class AccountTool(unittest.TestCase):
     def test_wrong_usage(self):
         for arguments in ([], ["add"], ["remove"], ["rename", "a"], ["disable"], ["enable", "a", "b"], ["add", "a", "b"], ["list", "a"], ["remove", "--administrator", "a"]):
             self.assertNotEqual("", self.fail_with(2, *arguments), arguments)
+        self.assertEqual(self.fail_with(2, "rename"), "tarno-tape-account: There is no command 'rename'.\n'tarno-tape-account --help' says more.\n")
         for name in ("a:b", "DOMAIN\\a", "a@b", "", " a", "x" * 105):
             self.assertIn("can't be an account's name", self.fail_with(2, "add", name, password="x\n"))
 

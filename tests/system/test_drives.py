@@ -78,7 +78,7 @@ class Records(Drives):
         self.assertIn(f"WARN|Cannot gather information on drive {link_of(1)}.", re.sub(r"WARN\|\s+", "WARN|", self.server.log()))
         table = self.server.console("drives").stdout.splitlines()
         self.assertTrue(table[2].endswith("?"), table)
-        self.assertTrue(table[3].endswith("default 0"), table)
+        self.assertTrue(table[3].endswith("default variable"), table)
 
     def test_drive_info_and_its_name_without_the_t(self):
         info = self.on(2, "GeDriveInfo")["DriveInfo"]

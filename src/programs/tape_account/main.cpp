@@ -96,6 +96,11 @@ int run(int count, char** arguments) {
     bool administrator = false;
     app.add_option("--file", path, "File of accounts")->capture_default_str();
     app.require_subcommand(1);
+    app.failure_message([](const CLI::App* given, const CLI::Error& error) {
+        const std::vector<std::string> rest = given->get_subcommands().empty() ? given->remaining() : std::vector<std::string>();
+        return "tarno-tape-account: " + (rest.empty() ? std::string(error.what()) : "There is no command '" + rest.front() + "'.") +
+               "\n'tarno-tape-account --help' says more.\n";
+    });
     CLI::App* const adding = app.add_subcommand("add", "Adds an account, or gives an existing one a new password and new rights");
     adding->add_flag("--administrator", administrator, "The account may use the tape server");
     adding->add_option("NAME", name, "Name of the account")->required();

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstdio>
 #include <iterator>
+#include <string_view>
 
 #include "console/json_output.h"
 #include "console/table.h"
@@ -74,6 +75,12 @@ void check_device(tape_drives& drives, library_view& library, const alert_source
     } catch (const failure& e) {
         throw failure(e.code(), std::string("No alerts were told, but the device can't be asked: ") + e.what());
     }
+}
+
+/// A link as it can be typed without quotes.
+std::string short_name(const std::string& link) {
+    constexpr std::string_view prefix = "\\\\.\\";
+    return link.starts_with(prefix) ? link.substr(prefix.size()) : link;
 }
 
 std::string ready_or(std::uint32_t status) {
@@ -207,7 +214,10 @@ void prepare(tape_drives& drives, const std::string& link, const tape_operation&
     if (operation.destroys_data && !confirmed) {
         confirm(who, "This destroys all that is on the tape in " + link + ". Go on?");
     }
+    who.note_for_interrupt("tarnoctl: The drive goes on with what it has begun. 'tarnoctl drive-info " + short_name(link) +
+                           "' tells when it is ready.");
     drives.prepare(link, operation.number, immediate);
+    who.note_for_interrupt("");
     if (out.json) {
         print_json(out, {{"drive", link}, {"operation", operation.name}, {"immediate", immediate}});
     } else {

@@ -219,6 +219,12 @@ private:
         });
     }
 
+    /// An interrupt ends this process and nothing else, which a person who has waited for a robot might not expect.
+    static void note_what_goes_on(session& on, const std::string& work, const std::string& command) {
+        on.who.note_for_interrupt("tarnoctl: A " + work + " that the server has begun goes on; 'tarnoctl " + command +
+                                  "' shows what came of it.");
+    }
+
     void add_library_commands() {
         add("changers", "List the changers", [](session& on) { console::list_changers(on.library, on.out); });
 
@@ -229,13 +235,17 @@ private:
         inventory->add_flag("--all", all_, "empty slots too");
 
         CLI::App* load = add("load", "Load a cartridge from a slot into a drive", [this](session& on) {
-            console::load(on.library, on.library.choose_changer(options_.changer), slot_, drive_, on.out);
+            const std::string link = on.library.choose_changer(options_.changer);
+            note_what_goes_on(on, "move", "inventory");
+            console::load(on.library, link, slot_, drive_, on.out);
         });
         load->add_option("slot", slot_, "number of the slot")->required()->check(element_number());
         load->add_option("drive", drive_, "number of the drive")->required()->check(element_number());
 
         CLI::App* unload = add("unload", "Put a drive's cartridge into a slot", [this](session& on) {
-            console::unload(on.library, on.library.choose_changer(options_.changer), drive_, home_slot_, on.out);
+            const std::string link = on.library.choose_changer(options_.changer);
+            note_what_goes_on(on, "move", "inventory");
+            console::unload(on.library, link, drive_, home_slot_, on.out);
         });
         unload->add_option("drive", drive_, "number of the drive")->required()->check(element_number());
         unload->add_option("slot", home_slot_, "number of the slot; without it, where the cartridge came from")
@@ -244,7 +254,9 @@ private:
         CLI::App* move = add("move", "Move a cartridge between two elements", [this](session& on) {
             const console::element_reference from = console::parse_element(from_);
             const console::element_reference to = console::parse_element(to_);
-            console::move(on.library, on.library.choose_changer(options_.changer), from, to, on.out);
+            const std::string link = on.library.choose_changer(options_.changer);
+            note_what_goes_on(on, "move", "inventory");
+            console::move(on.library, link, from, to, on.out);
         });
         move->add_option("from", from_, "element that holds the cartridge, for instance slot:3")->required();
         move->add_option("to", to_, "element that it goes to, for instance port:0")->required();

@@ -322,6 +322,14 @@ TEST_F(DriveCommands, EveryOperationHasItsNumber) {
     EXPECT_EQ(failure_of([] { (void)console::operation_of("rewind"); }).code(), exit_code::usage);
 }
 
+TEST_F(DriveCommands, AnInterruptOfAnOperationSaysThatTheDriveGoesOn) {
+    server_.answers["PrepareTape"] = "<OutputArguments />";
+    console::prepare(drives_, link, console::operation_of("tension"), false, false, person_, out_);
+    EXPECT_EQ(person_.notes,
+              (std::vector<std::string>{
+                  "tarnoctl: The drive goes on with what it has begun. 'tarnoctl drive-info Tape0' tells when it is ready.", ""}));
+}
+
 TEST_F(DriveCommands, OnlyAFormatIsAskedAbout) {
     server_.answers["PrepareTape"] = "<OutputArguments />";
     person_.answer = "n";

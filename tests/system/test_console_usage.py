@@ -2,7 +2,9 @@
 
 import json
 import os
+import signal
 import subprocess
+import time
 import unittest
 
 from tape_server import PASSWORD, PROGRAMS, ROOT, TapeServer
@@ -99,6 +101,24 @@ class Mistakes(unittest.TestCase):
         text = self.refused(1, "changers", owner="OTHER")
         self.assertIn("'OTHER' isn't current owner. You have to change current owner\n'tarnoctl owner' shows the owner.", text)
         self.assertIn("The new owner needs a name.", self.refused(2, "owner", ""))
+
+    def test_an_interrupt_says_that_the_move_goes_on(self):
+        faults = self.server.libraries[0] / "faults.xml"
+        faults.write_text('<faults><fault kind="slow-robot" milliseconds="1500" times="1"/></faults>', encoding="utf-8")
+        self.addCleanup(faults.unlink)
+        full = next(row["element"] for row in json.loads(self.server.console("--json", "inventory").stdout)["elements"] if row["full"])
+        words = [PROGRAMS / "tarnoctl", "--socket", self.server.socket_path, "--owner", "CONSOLE", "load", full.removeprefix("slot:"), "0"]
+        console = subprocess.Popen(words, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        deadline = time.monotonic() + 60
+        while "Begin to move tape." not in self.server.log() and time.monotonic() < deadline:
+            time.sleep(0.02)
+        console.send_signal(signal.SIGINT)
+        output, errors = console.communicate(timeout=60)
+        self.assertEqual((console.returncode, output), (-signal.SIGINT, ""))
+        self.assertEqual(errors, "tarnoctl: A move that the server has begun goes on; 'tarnoctl inventory' shows what came of it.\n")
+        # The changer's turn comes when the move is done.
+        rows = {row["element"]: row for row in json.loads(self.server.console("--json", "inventory").stdout)["elements"]}
+        self.assertEqual((rows["drive:0"]["full"], rows[full]["full"]), (True, False))
 
     def test_a_task_that_is_unknown(self):
         self.assertIn("There is no task with id = 7\n", self.refused(1, "task", "7"))

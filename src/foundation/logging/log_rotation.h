@@ -11,8 +11,8 @@ namespace logging {
 
 /// How large a log may grow and how many archives of it are kept beside the newest one.
 struct log_limits_t {
-    std::uint64_t size = 15 * 1024 * 1024;  ///< bytes; 0: the log grows without end
-    std::int32_t count = 10;                ///< 0 to 1000
+    std::uint64_t size = std::uint64_t{15} << 20;  ///< bytes; 0: the log grows without end
+    std::int32_t count = 10;                       ///< 0 to 1000
 };
 
 /// What the product options say. Both numbers have their defaults unless both can be read.

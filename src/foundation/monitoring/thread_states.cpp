@@ -31,7 +31,7 @@ CThreadStatesCollection& CThreadStatesCollection::instance() {
 }
 
 boost::shared_ptr<CThreadState> CThreadStatesCollection::add(std::uint32_t thread_id, std::string_view role) {
-    const auto state = boost::make_shared<CThreadState>(role);
+    auto state = boost::make_shared<CThreadState>(role);
     const lock_t lock(mutex_);
     states_[thread_id] = state;
     count_.store(states_.size(), std::memory_order_relaxed);

@@ -14,7 +14,7 @@ namespace platform::device_stack {
 class long_erase {
 public:
     /// Limit of the whole: a day.
-    static constexpr std::int64_t longest_seconds = 24 * 60 * 60;
+    static constexpr std::int64_t longest_seconds = std::int64_t{24} * 60 * 60;
 
     /// `drive_name` is for the log.
     long_erase(scsi_transport& transport, std::string drive_name);

@@ -17,14 +17,16 @@ namespace platform::device_stack {
 
 namespace {
 
+constexpr std::int64_t minute = 60;
+
 /// What the slowest drives of each kind take, and some more: a rewind from the far end; the first load of a new cartridge by a
 /// drive that measures it first, which the newest do for two hours; winding the whole tape forth and back; laying out its format.
-constexpr std::int64_t rewind_seconds = 20 * 60;
-constexpr std::int64_t load_seconds = 150 * 60;
-constexpr std::int64_t unload_seconds = 20 * 60;
-constexpr std::int64_t tension_seconds = 60 * 60;
-constexpr std::int64_t format_seconds = 4 * 60 * 60;
-constexpr std::int64_t short_erase_seconds = 20 * 60;
+constexpr std::int64_t rewind_seconds = 20 * minute;
+constexpr std::int64_t load_seconds = 150 * minute;
+constexpr std::int64_t unload_seconds = 20 * minute;
+constexpr std::int64_t tension_seconds = 60 * minute;
+constexpr std::int64_t format_seconds = 240 * minute;
+constexpr std::int64_t short_erase_seconds = 20 * minute;
 
 /// The flag of LOAD UNLOAD, REWIND and FORMAT MEDIUM that asks for an answer at the start.
 constexpr std::uint8_t answer_at_start = 0x01;
@@ -76,7 +78,7 @@ scsi_outcome sense_mode(scsi_transport& transport, std::uint8_t page, std::int64
     constexpr std::size_t whole_descriptor = 8;
     constexpr std::uint8_t write_protected = 0x80;
     std::vector<std::uint8_t> answer(room);
-    const scsi_outcome outcome = receive(transport, {opcode::mode_sense_6, 0, page, 0, room, 0}, answer, timeout_seconds);
+    scsi_outcome outcome = receive(transport, {opcode::mode_sense_6, 0, page, 0, room, 0}, answer, timeout_seconds);
     mode = {};
     mode.is_write_protected = (util::load_u8(answer, 2) & write_protected) != 0;
     const std::size_t descriptors = util::load_u8(answer, 3);

@@ -22,7 +22,7 @@ constexpr std::chrono::milliseconds longest_pause = 2s;
 constexpr int most_doublings = 3;
 /// A target may have several such attentions queued for a new session: power-on, bus reset, device reset.
 constexpr int most_attentions = 4;
-constexpr std::int64_t longest_timeout = 7 * 24 * 60 * 60;
+constexpr std::int64_t longest_timeout = std::int64_t{7} * 24 * 60 * 60;
 
 /// Commands that a unit carries out with an attention pending, and leaves it pending.
 bool passes_attentions(const scsi_command& command) {

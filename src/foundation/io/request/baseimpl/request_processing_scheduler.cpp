@@ -26,7 +26,7 @@ void request_processing_scheduler_t::schedule(const boost::shared_ptr<async_requ
 boost::shared_ptr<request_processing_thread_t> request_processing_scheduler_t::choose() {
     if (threads_.size() < limit_) {
         leave_when_stopped();
-        const boost::shared_ptr<request_processing_thread_t> free = first_idle();
+        boost::shared_ptr<request_processing_thread_t> free = first_idle();
         return free != nullptr ? free : add_thread();
     }
     if (!any_free_->wait()) {
@@ -47,7 +47,7 @@ boost::shared_ptr<request_processing_thread_t> request_processing_scheduler_t::f
 
 boost::shared_ptr<request_processing_thread_t> request_processing_scheduler_t::add_thread() {
     const auto id = static_cast<std::uint32_t>(threads_.size());
-    const auto thread = boost::make_shared<request_processing_thread_t>(stop_signal_);
+    auto thread = boost::make_shared<request_processing_thread_t>(stop_signal_);
     thread->add_idle_sink(boost::make_shared<synch::wait_any_signaler_t>(id, any_free_));
     threads_.push_back(thread);
     return thread;

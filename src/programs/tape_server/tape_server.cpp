@@ -145,7 +145,8 @@ void assembled_system::add_rpc() {
     options.endpoint_mapper_port = settings.endpoint_mapper_port;
     options.network_threads = std::clamp(boost::thread::hardware_concurrency(), 1U, most_network_threads);
     options.limits = settings.limits;
-    options.on_event = platform::linux_rpc::throttled(undisturbed([](const std::string& sentence) { g_rpcLog.LogWarning(sentence); }));
+    options.on_event =
+        platform::linux_rpc::throttled(undisturbed([](const std::string& sentence) { g_rpcLog.LogWarning(sentence); }));
     rpc_ = std::make_unique<platform::linux_rpc::rpc_server>(std::move(options));
 
     std::u16string computer;

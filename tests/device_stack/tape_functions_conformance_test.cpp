@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-
 #include "device_stack/scripted_transport.h"
 #include "device_stack/tape_answers.h"
 #include "foundation/util/bytes.h"

@@ -9,8 +9,8 @@
 
 namespace {
 
-using test_support::failure_of;
 using platform::testing::fake_text_encoding;
+using test_support::failure_of;
 
 class Conversion : public ::testing::Test {
 protected:

@@ -29,7 +29,8 @@ namespace {
 
 using namespace bench;
 
-constexpr int rounds = 9;
+constexpr int lives = 5;
+constexpr int rounds_a_life = 3;
 constexpr std::chrono::milliseconds warm_up_time{150};
 constexpr std::chrono::milliseconds small_time{400};
 constexpr std::chrono::milliseconds bulk_time{500};
@@ -44,7 +45,7 @@ const syntax_id invoker{invoker_uuid, 1, 0};
 const syntax_id texts{text_uuid, 1, 0};
 const syntax_id endpoint_mapper{uuid_from_text("e1af8308-5d1f-11c9-91a4-08002b14a0fa"), 3, 0};
 
-/// What is measured of one kind of server: one value a round.
+/// What is measured of one kind of server: one value a round, over all its lives.
 struct series {
     std::vector<double> per_second;
     std::vector<double> p99_us;
@@ -63,6 +64,11 @@ struct contender {
     std::unique_ptr<child_process> server;
     std::vector<client_socket> connections;
     exchange what;
+};
+
+/// What a contender has brought.
+struct standing {
+    std::string name;
     series result;
 };
 
@@ -77,7 +83,7 @@ contender hosted(const std::string& name, const std::string& folder, bool logged
                  const syntax_id& interface, std::vector<std::uint8_t> request) {
     const std::string log = logged ? folder + "/" + name + ".log" : std::string();
     contender made{
-        name, std::make_unique<child_process>(std::vector<std::string>{"server", folder + "/" + name, log}, one_cpu), {}, {}, {}};
+        name, std::make_unique<child_process>(std::vector<std::string>{"server", folder + "/" + name, log}, one_cpu), {}, {}};
     made.what.request = std::move(request);
     for (std::size_t i = 0; i < connections; ++i) {
         made.connections.push_back(bind_to(made.server->port(), interface, &administrator));
@@ -88,7 +94,7 @@ contender hosted(const std::string& name, const std::string& folder, bool logged
 
 /// The echo that moves the same bytes as another contender.
 contender echo_of(const contender& other, bool one_cpu) {
-    contender made{"echo", nullptr, {}, other.what, {}};
+    contender made{"echo", nullptr, {}, other.what};
     made.server = std::make_unique<child_process>(
         std::vector<std::string>{"echo", std::to_string(made.what.request.size()), std::to_string(made.what.answer)}, one_cpu);
     for (std::size_t i = 0; i < other.connections.size(); ++i) {
@@ -97,16 +103,24 @@ contender echo_of(const contender& other, bool one_cpu) {
     return made;
 }
 
-/// Takes turns, so that a change of the machine's mood hits all alike.
-void race(std::vector<contender>& contenders, std::chrono::milliseconds time) {
-    for (contender& one : contenders) {
-        (void)run_load(one.connections, one.what, warm_up_time);
-    }
-    for (int round = 0; round < rounds; ++round) {
-        for (contender& one : contenders) {
-            one.result.add(run_load(one.connections, one.what, time));
+/// Takes turns, so that a change of the machine's mood hits all alike. How threads, CPUs and memory fall together lasts as long as
+/// a process and can double a rate, so that the servers are made anew several times.
+std::vector<standing> race(const std::function<std::vector<contender>()>& line_up, std::chrono::milliseconds time) {
+    std::vector<standing> standings;
+    for (int life = 0; life < lives; ++life) {
+        const std::vector<contender> contenders = line_up();
+        standings.resize(contenders.size());
+        for (const contender& one : contenders) {
+            (void)run_load(one.connections, one.what, warm_up_time);
+        }
+        for (int round = 0; round < rounds_a_life; ++round) {
+            for (std::size_t i = 0; i < contenders.size(); ++i) {
+                standings[i].name = contenders[i].name;
+                standings[i].result.add(run_load(contenders[i].connections, contenders[i].what, time));
+            }
         }
     }
+    return standings;
 }
 
 class report {
@@ -126,7 +140,7 @@ public:
         for (const auto& [name, text] : notes_) {
             file << "  \"" << name << "\": \"" << text << "\",\n";
         }
-        file << "  \"rounds\": " << rounds << "\n}\n";
+        file << "  \"rounds\": " << lives * rounds_a_life << "\n}\n";
         if (!file.flush()) {
             fail("The results can't be written to " + path.string() + ".");
         }
@@ -137,7 +151,7 @@ private:
     std::vector<std::pair<std::string, std::string>> notes_;
 };
 
-void tell(report& results, const std::string& figure, const contender& one) {
+void tell(report& results, const std::string& figure, const standing& one) {
     std::cerr << figure << ", " << one.name << ": " << one.result.rate() << " calls per second, 99% within " << one.result.p99()
               << " us\n";
     results.detail(figure + "_" + one.name + "_per_second", one.result.rate());
@@ -147,30 +161,40 @@ void tell(report& results, const std::string& figure, const contender& one) {
 void measure_small(const std::string& folder, std::size_t connections, bool one_cpu, report& results) {
     const std::string figure = "rpc_small_" + std::to_string(connections) + (one_cpu ? "_pinned" : "");
     const std::vector<std::uint8_t> request = request_pdus(0, small_stub());
-    std::vector<contender> contenders;
-    contenders.push_back(hosted(figure + "_quiet", folder, false, one_cpu, connections, invoker, request));
-    contenders.push_back(hosted(figure + "_logged", folder, true, one_cpu, connections, invoker, request));
-    contenders.push_back(echo_of(contenders.front(), one_cpu));
-    race(contenders, small_time);
-    const contender& floor = contenders.back();
-    for (const contender& one : contenders) {
+    const auto standings = race(
+        [&] {
+            std::vector<contender> contenders;
+            contenders.push_back(hosted(figure + "_quiet", folder, false, one_cpu, connections, invoker, request));
+            contenders.push_back(hosted(figure + "_logged", folder, true, one_cpu, connections, invoker, request));
+            contenders.push_back(echo_of(contenders.front(), one_cpu));
+            return contenders;
+        },
+        small_time);
+    const series& quiet = standings[0].result;
+    const series& logged = standings[1].result;
+    const series& floor = standings[2].result;
+    for (const standing& one : standings) {
         tell(results, figure, one);
     }
-    results.figure(figure + "_vs_floor", contenders[0].result.rate() / floor.result.rate());
-    results.figure(figure + "_vs_floor_logged", contenders[1].result.rate() / floor.result.rate());
-    results.figure("rpc_p99_" + std::to_string(connections) + "_vs_floor", contenders[0].result.p99() / floor.result.p99());
-    results.figure("rpc_p99_" + std::to_string(connections) + "_vs_floor_logged", contenders[1].result.p99() / floor.result.p99());
+    results.figure(figure + "_vs_floor", quiet.rate() / floor.rate());
+    results.figure(figure + "_vs_floor_logged", logged.rate() / floor.rate());
+    results.figure("rpc_p99_" + std::to_string(connections) + "_vs_floor", quiet.p99() / floor.p99());
+    results.figure("rpc_p99_" + std::to_string(connections) + "_vs_floor_logged", logged.p99() / floor.p99());
 }
 
-void measure_bulk(const std::string& folder, const std::string& figure, std::vector<std::uint8_t> request, report& results) {
-    std::vector<contender> contenders;
-    contenders.push_back(hosted(figure, folder, false, false, bulk_connections, texts, std::move(request)));
-    contenders.push_back(echo_of(contenders.front(), false));
-    race(contenders, bulk_time);
-    for (const contender& one : contenders) {
+void measure_bulk(const std::string& folder, const std::string& figure, const std::vector<std::uint8_t>& request, report& results) {
+    const auto standings = race(
+        [&] {
+            std::vector<contender> contenders;
+            contenders.push_back(hosted(figure, folder, false, false, bulk_connections, texts, request));
+            contenders.push_back(echo_of(contenders.front(), false));
+            return contenders;
+        },
+        bulk_time);
+    for (const standing& one : standings) {
         tell(results, figure, one);
     }
-    results.figure(figure + "_vs_floor", contenders[0].result.rate() / contenders[1].result.rate());
+    results.figure(figure + "_vs_floor", standings[0].result.rate() / standings[1].result.rate());
 }
 
 /// Asks the endpoint mapper for the endpoints of an interface that nobody has: `ept_lookup`, answered alike by everybody.
@@ -195,20 +219,24 @@ void measure_against_samba(const std::string& folder, report& results) {
         return;
     }
     const samba_server samba(folder + "/samba");
-    std::vector<contender> contenders;
-    contenders.push_back(hosted("tarno", folder, false, false, samba_connections, endpoint_mapper, look_up_request()));
-    contender& other = contenders.emplace_back();
-    other.name = "samba";
-    other.what.request = look_up_request();
-    for (std::size_t i = 0; i < samba_connections; ++i) {
-        other.connections.push_back(bind_to(samba_server::port, endpoint_mapper, nullptr));
-        other.what.answer = call_once(other.connections.back(), other.what.request).size();
-    }
-    race(contenders, small_time);
-    for (const contender& one : contenders) {
+    const auto standings = race(
+        [&] {
+            std::vector<contender> contenders;
+            contenders.push_back(hosted("tarno", folder, false, false, samba_connections, endpoint_mapper, look_up_request()));
+            contender& other = contenders.emplace_back();
+            other.name = "samba";
+            other.what.request = look_up_request();
+            for (std::size_t i = 0; i < samba_connections; ++i) {
+                other.connections.push_back(bind_to(samba_server::port, endpoint_mapper, nullptr));
+                other.what.answer = call_once(other.connections.back(), other.what.request).size();
+            }
+            return contenders;
+        },
+        small_time);
+    for (const standing& one : standings) {
         tell(results, figure, one);
     }
-    results.figure(figure, contenders[0].result.rate() / contenders[1].result.rate());
+    results.figure(figure, standings[0].result.rate() / standings[1].result.rate());
 }
 
 /// Memory that idle connections take, each of which has proved who calls and has made a call.

@@ -5,6 +5,7 @@
 #include "command/com_scope.h"
 #include "foundation/exc/exceptions.h"
 #include "foundation/logging/log_writer.h"
+#include "foundation/logging/quietly.h"
 #include "foundation/security/client_check.h"
 #include "foundation/text/ascii.h"
 #include "foundation/text/conversion.h"
@@ -57,6 +58,18 @@ void log_caller() {
     calls_since = 0;
 }
 
+/// Nothing of a call comes before the check of its caller. The log tells of those who are refused, too.
+void check_caller() {
+    struct teller {
+        teller() = default;
+        teller(const teller&) = delete;
+        teller& operator=(const teller&) = delete;
+        ~teller() { logging::quietly(log_caller); }
+    };
+    const teller told_in_the_end;
+    CheckRpcClientAuthorised();
+}
+
 }  // namespace
 
 void IInvokeDispatcher::InvokeWithBinary(const std::u16string& /*procedure*/, const CInputArguments& /*input*/,
@@ -91,8 +104,7 @@ InvokeResult IInvokeDispatcher::ProcessCall(const char16_t* procedure, const cha
     std::u16string procedure_name;
     std::u16string input_text;
     try {
-        log_caller();
-        CheckRpcClientAuthorised();
+        check_caller();
         if (procedure == nullptr) {
             throw exc::runtime_exc_t("Procedure name is not specified.");
         }

@@ -67,7 +67,10 @@ void win_log_file_t::write(const std::string& text) {
         }
         return;
     }
-    return_to_place();
+    if (const std::int64_t now = current_second(); now != last_look_) {
+        last_look_ = now;
+        return_to_place();
+    }
     if (store(text)) {
         store_waiting();
     }
@@ -113,11 +116,6 @@ void win_log_file_t::take_back(std::uint64_t written) {
 
 /// Whoever removed or moved the log may have taken its folder, too. If there is no way to a new file, the old one serves on.
 void win_log_file_t::return_to_place() {
-    const std::int64_t now = current_second();
-    if (now == last_look_) {
-        return;
-    }
-    last_look_ = now;
     const flag_over_scope busy(busy_);
     if (file_->is_in_place()) {
         return;
@@ -132,7 +130,11 @@ void win_log_file_t::return_to_place() {
     }
 }
 
+/// What is asked for before a rotation, which the log's folder is needed for.
 std::uint64_t win_log_file_t::size() {
+    if (!busy_) {
+        return_to_place();
+    }
     return file_->size();
 }
 

@@ -11,8 +11,8 @@ namespace win {
 /// A log in a file: what is there is kept, and others may read it meanwhile but not write.
 ///
 /// Where the system lets others move, remove or cut the file all the same, the log copes: it appends to what is there, and looks
-/// once a second, when there is something to write, whether the file is still in its place; if it isn't, the log goes on in a new
-/// one there.
+/// once a second, when there is something to write, and whenever it is asked for its size, whether the file is still in its place;
+/// if it isn't, the log goes on in a new one there.
 class win_log_file_t final : public logging::receiver::log_file_t {
 public:
     /// Makes the file when it is absent. Throws `exc::file_locked_exc_t` when another process holds it, and

@@ -219,22 +219,21 @@ bytes half_a_request(const bytes& what_follows) {
     return stream;
 }
 
-TEST(PlacedFragmentsTest, FragmentOfAnotherCallIsAnErrorOfProtocol) {
+void expect_protocol_error(const bytes& what_follows) {
     test_server server(long_requests());
     raw_connection client(server.port());
-    client.send(half_a_request(fragment(0, 8, 400'000, pattern(4000))));
+    client.send(half_a_request(what_follows));
     EXPECT_EQ(type_of(client.receive()), 12U);
     EXPECT_EQ(fault_of(client.receive()), 0x1C01000BU);
     EXPECT_TRUE(client.ended());
 }
 
+TEST(PlacedFragmentsTest, FragmentOfAnotherCallIsAnErrorOfProtocol) {
+    expect_protocol_error(fragment(0, 8, 400'000, pattern(4000)));
+}
+
 TEST(PlacedFragmentsTest, FragmentInAnotherByteOrderIsAnErrorOfProtocol) {
-    test_server server(long_requests());
-    raw_connection client(server.port());
-    client.send(half_a_request(fragment(0, 7, 400'000, pattern(4000), false)));
-    EXPECT_EQ(type_of(client.receive()), 12U);
-    EXPECT_EQ(fault_of(client.receive()), 0x1C01000BU);
-    EXPECT_TRUE(client.ended());
+    expect_protocol_error(fragment(0, 7, 400'000, pattern(4000), false));
 }
 
 TEST(PlacedFragmentsTest, FragmentOfAnImpossibleLengthEndsTheConnection) {

@@ -36,7 +36,7 @@ struct rpc_call {
     std::uint16_t operation = 0;
     bool little_endian = true;
     bool answered = true;                         ///< false: the client wants to hear nothing of it
-    growing_block stub;                           ///< empty when `borrowed_stub` isn't
+    byte_block stub;                              ///< empty when `borrowed_stub` isn't
     std::span<const std::uint8_t> borrowed_stub;  ///< stub data that still lies in the PDU that it came in
     client_identity* identity = nullptr;
     std::optional<client_identity> own_identity;  ///< `identity`, where other calls of the caller are served meanwhile

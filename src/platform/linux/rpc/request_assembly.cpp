@@ -62,7 +62,7 @@ request_assembly::request& request_assembly::begin(request begun) {
 }
 
 bool request_assembly::append(request& to, std::span<const std::uint8_t> stub) {
-    growing_block& kept = to.call->stub;
+    byte_block& kept = to.call->stub;
     const std::size_t before = kept.size();
     const std::size_t needed = before + stub.size();
     const std::span<std::uint8_t> spare = kept.spare();

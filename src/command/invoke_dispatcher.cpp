@@ -49,6 +49,9 @@ void log_caller() {
     constexpr std::uint32_t calls_between = 100;
     thread_local std::string told;
     thread_local std::uint32_t calls_since = 0;
+    if (!g_rpcLog.log().takes_entries()) {
+        return;
+    }
     std::string caller = platform::system().accounts->client_text();
     if (caller.empty() || (caller == told && ++calls_since < calls_between)) {
         return;

@@ -153,17 +153,24 @@ private:
         std::size_t count_ = 0;
     };
 
+    /// A dead handle, or missing access. To be called under the owner's lock, where what is found stays.
+    std::uint32_t find_entry(std::uint32_t needed, const memory_files::open_entry*& entry) const {
+        const auto found = owner_.open_.find(id_);
+        if (found == owner_.open_.end()) {
+            return error::invalid_handle;
+        }
+        entry = &found->second;
+        return (entry->access & needed) == needed ? error::success : error::access_denied;
+    }
+
     std::uint32_t start(std::uint64_t offset, std::size_t size, std::uint32_t needed, std::unique_ptr<file_operation>& begun,
                         work what) {
         bool pending = false;
         {
             const std::lock_guard lock(owner_.mutex_);
-            const auto found = owner_.open_.find(id_);
-            if (found == owner_.open_.end()) {
-                return error::invalid_handle;
-            }
-            if ((found->second.access & needed) != needed) {
-                return error::access_denied;
+            const memory_files::open_entry* entry = nullptr;
+            if (const std::uint32_t refused = find_entry(needed, entry)) {
+                return refused;
             }
             pending = owner_.pending_;
         }
@@ -230,14 +237,11 @@ private:
         std::string path;
         {
             const std::lock_guard lock(owner_.mutex_);
-            const auto found = owner_.open_.find(id_);
-            if (found == owner_.open_.end()) {
-                return error::invalid_handle;
+            const memory_files::open_entry* entry = nullptr;
+            if (const std::uint32_t refused = find_entry(needed, entry)) {
+                return refused;
             }
-            if ((found->second.access & needed) != needed) {
-                return error::access_denied;
-            }
-            target = found->second.data.get();
+            target = entry->data.get();
             path = target->path;
         }
         return owner_.failure(what, path);

@@ -172,7 +172,7 @@ std::string ntlm_acceptor::take_negotiate(std::span<const std::uint8_t> token, s
     if (!message) {
         return "its first token is no NTLM NEGOTIATE";
     }
-    if (const std::string fault = flags_fault(message->flags); !fault.empty()) {
+    if (std::string fault = flags_fault(message->flags); !fault.empty()) {
         return fault;
     }
     ntlm::challenge_message challenge;
@@ -212,12 +212,12 @@ std::string ntlm_acceptor::take_authenticate(std::span<const std::uint8_t> token
         return "its second token is no well-formed NTLM AUTHENTICATE";
     }
     claimed_ = shown(message->domain) + "\\" + shown(message->user) + "] at [" + shown(message->workstation);
-    if (const std::string fault = response_fault(*message); !fault.empty()) {
+    if (std::string fault = response_fault(*message); !fault.empty()) {
         return fault;
     }
     // A client may take offers back, but can't take what wasn't offered.
     flags_ &= message->flags | flag::target_info;
-    if (const std::string fault = flags_fault(flags_); !fault.empty()) {
+    if (std::string fault = flags_fault(flags_); !fault.empty()) {
         return fault;
     }
     return verify(*message, token);
